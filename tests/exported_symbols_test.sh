@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Fails when the shared object exports anything outside its interface: the
+# uvt and uvt_extern namespaces (with their vtables, type information and
+# thunks), the uvt__ERR_UVT_* accessors and the named C entry points.
+set -euo pipefail
+lib=$1
+
+c_entry_points='throw_uvt_bad_allocation|throw_uvt_bad_function_call|throw_uvt_bad_weak_ptr'
+c_entry_points+='|memcpy|memmove|memset|strlen|strnlen|strcpy|strcat|wcslen|wcsnlen|wcscpy|wcscat'
+c_entry_points+='|__memcpy_chk|__memmove_chk|__memset_chk|__strcpy_chk|__strcat_chk|__wcscpy_chk|__wcscat_chk'
+c_entry_points+='|__strnlen_chk|__wcsnlen_chk'
+# Mangled names: optional special-name prefix (vtable, typeinfo, guard
+# variable, thunk, local entity), then a name nested in uvt or uvt_extern.
+namespaced_op='^_Z(TV|TI|TS|GV|Th-?[0-9]+_|Tv-?[0-9]+_n?[0-9]+_)?Z?N?K?(3uvt|10uvt_extern)'
+accessors='^_Z[0-9]+uvt__ERR_UVT_[A-Z_]+v$'
+
+symbols=$(nm -D --defined-only "$lib" | awk '{print $3}' | grep -v '^$' || true)
+[ -n "$symbols" ] || { echo "no exported symbols found in $lib"; exit 1; }
+strays=$(echo "$symbols" | grep -Ev "$namespaced_op|$accessors|^($c_entry_points)\$" || true)
+if [ -n "$strays" ]; then
+    echo "symbols exported outside the interface:"
+    echo "$strays" | c++filt
+    exit 1
+fi
+count=$(echo "$symbols" | grep -cE "$accessors" || true)
+if [ "$count" -ne 43 ]; then
+    echo "expected 43 error accessors, found $count"
+    exit 1
+fi
+echo "$(echo "$symbols" | wc -l) exported symbols, all in the interface"
