@@ -60,9 +60,23 @@ unsigned long counting_allocator::getBlockSize(void* p) const
     return it == blocks_.end() ? 0 : it->second;
 }
 
-bool counting_allocator::should_fail()
+unsigned long counting_allocator::last_size() const
+{
+    std::lock_guard lock(mutex_);
+    return last_size_;
+}
+
+unsigned long counting_allocator::last_alignment() const
+{
+    std::lock_guard lock(mutex_);
+    return last_alignment_;
+}
+
+bool counting_allocator::should_fail(unsigned long size, unsigned long alignment)
 {
     ++attempts_;
+    last_size_ = size;
+    last_alignment_ = alignment;
     bool fail = fail_at_ && (attempts_ == fail_at_ || (fail_later_ && attempts_ > fail_at_));
     if (fail) {
         ++failures_;
@@ -83,13 +97,13 @@ void* counting_allocator::record(void* p, unsigned long size)
 void* counting_allocator::allocateNoThrowImpl(unsigned long size, const void*)
 {
     std::lock_guard lock(mutex_);
-    return should_fail() ? nullptr : record(std::malloc(size), size);
+    return should_fail(size, 0) ? nullptr : record(std::malloc(size), size);
 }
 
 void* counting_allocator::allocateAlignedNoThrowImpl(unsigned long size, unsigned long alignment, const void*)
 {
     std::lock_guard lock(mutex_);
-    if (should_fail())
+    if (should_fail(size, alignment))
         return nullptr;
     void* p = nullptr;
     return posix_memalign(&p, alignment, size) ? nullptr : record(p, size);

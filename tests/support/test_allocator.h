@@ -27,6 +27,9 @@ public:
     unsigned long live_bytes() const;
     unsigned long attempts() const;  // allocation attempts so far, failed ones included
     unsigned long failures() const;
+    // Size and alignment (0 for unaligned requests) of the last request.
+    unsigned long last_size() const;
+    unsigned long last_alignment() const;
 
     void release() override {}
     void addReference() override {}
@@ -38,7 +41,7 @@ public:
     void addBadAllocInfo(uvt::exception& e, unsigned long size, unsigned long alignment) override;
 
 private:
-    bool should_fail();
+    bool should_fail(unsigned long size, unsigned long alignment);
     void* record(void* p, unsigned long size);
 
     const char* name_;
@@ -47,6 +50,8 @@ private:
     unsigned long bytes_ = 0;
     unsigned long attempts_ = 0;
     unsigned long failures_ = 0;
+    unsigned long last_size_ = 0;
+    unsigned long last_alignment_ = 0;
     unsigned long fail_at_ = 0;
     bool fail_later_ = false;
 };

@@ -1,0 +1,295 @@
+// The allocator interface, the malloc allocator and the process-wide
+// accessors as a program without a host object sees them.
+
+#include "support/test_allocator.h"
+
+#include <uvt/exception>
+#include <uvt/ext/buffer_stream>
+#include <uvt/impl/malloc_allocator>
+#include <uvt/new>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+using uvt::allocator;
+using uvt_test::counting_allocator;
+
+namespace {
+
+bool aligned_to(const void* p, unsigned long alignment)
+{
+    return reinterpret_cast<std::uintptr_t>(p) % alignment == 0;
+}
+
+// A fresh malloc allocator of its own, so that fault injection does not
+// disturb the process-wide one.
+uvt::allocator_handle private_malloc_allocator()
+{
+    return allocator::global_allocator().createBlockAllocator("private", 48, uvt::vela_component{});
+}
+
+TEST(AllocatorEntryPoints, ZeroSizeRequestsOneByteAndDistinctBlocks)
+{
+    counting_allocator a;
+    void* p = a.allocate(0);
+    EXPECT_EQ(a.last_size(), 1u);
+    void* q = a.allocateNoThrow(0);
+    EXPECT_EQ(a.last_size(), 1u);
+    EXPECT_NE(p, nullptr);
+    EXPECT_NE(p, q);
+    a.deallocate(p);
+    a.deallocate(q);
+    EXPECT_EQ(a.live_blocks(), 0u);
+}
+
+TEST(AllocatorEntryPoints, AlignedRequestsAtLeastTheAlignment)
+{
+    counting_allocator a;
+    void* p = a.allocateAligned(8, 64);
+    EXPECT_EQ(a.last_size(), 64u);
+    EXPECT_EQ(a.last_alignment(), 64u);
+    EXPECT_TRUE(aligned_to(p, 64));
+    void* q = a.allocateAlignedNoThrow(100, 32);
+    EXPECT_EQ(a.last_size(), 100u);
+    EXPECT_TRUE(aligned_to(q, 32));
+    a.deallocate(p);
+    a.deallocate(q);
+}
+
+TEST(AllocatorEntryPoints, FailuresThrowOrReturnNull)
+{
+    counting_allocator a;
+    a.fail_at(1, true);
+    EXPECT_EQ(a.allocateNoThrow(10), nullptr);
+    EXPECT_EQ(a.allocateAlignedNoThrow(10, 16), nullptr);
+    EXPECT_THROW(a.allocate(10), uvt::bad_alloc);
+    EXPECT_THROW(a.allocateAligned(10, 16), std::bad_alloc);
+    EXPECT_THROW(a.allocateViaReservations(10, nullptr), uvt::bad_alloc);
+    EXPECT_EQ(a.live_blocks(), 0u);
+}
+
+TEST(AllocatorRealloc, FollowsTheShrinkAndMoveRules)
+{
+    counting_allocator a;
+    void* p = a.realloc(nullptr, 100);
+    ASSERT_NE(p, nullptr);
+    std::memset(p, 0x5a, 100);
+    EXPECT_EQ(a.realloc(p, 60), p) << "shrinking to more than half keeps the block";
+    void* moved = a.realloc(p, 50);
+    EXPECT_NE(moved, p) << "shrinking to half or less moves the block";
+    EXPECT_EQ(static_cast<unsigned char*>(moved)[49], 0x5a);
+    EXPECT_EQ(a.live_blocks(), 1u);
+
+    void* small = a.allocate(16);
+    EXPECT_EQ(a.realloc(small, 1), small) << "blocks of at most 16 bytes are kept";
+
+    void* grown = a.reallocThrow(moved, 4000);
+    EXPECT_EQ(static_cast<unsigned char*>(grown)[0], 0x5a);
+    EXPECT_EQ(a.realloc(grown, 0), nullptr);
+    EXPECT_EQ(a.reallocThrow(small, 0), nullptr);
+    EXPECT_EQ(a.live_blocks(), 0u);
+}
+
+TEST(AllocatorRealloc, FailureKeepsTheOldBlock)
+{
+    counting_allocator a;
+    void* p = a.allocate(32);
+    a.fail_at(1);
+    EXPECT_EQ(a.realloc(p, 1000), nullptr);
+    a.fail_at(1);
+    EXPECT_THROW(a.reallocThrow(p, 1000), uvt::bad_alloc);
+    EXPECT_EQ(a.getBlockSize(p), 32u);
+    a.deallocate(p);
+}
+
+TEST(AllocatorRealloc, UnsupportedWithoutBlockSizes)
+{
+    allocator& m = allocator::global_allocator();
+    void* p = m.allocate(40);
+    std::memset(p, 1, 40);
+    EXPECT_EQ(m.realloc(p, 20), nullptr);
+    EXPECT_EQ(static_cast<unsigned char*>(p)[39], 1) << "the block stays valid";
+    m.deallocate(p);
+}
+
+TEST(ProcessWideAllocators, WithoutHostAllAreTheMallocAllocator)
+{
+    allocator& global = allocator::global_allocator();
+    EXPECT_EQ(&global, &allocator::internal_global_allocator());
+    for (allocator* a : {&allocator::null_allocator(), &allocator::composite_allocator(),
+                         &allocator::allocate_only_allocator(), &allocator::adaptor_allocator(),
+                         &uvt::get_emergency_allocator(), &uvt::exception::default_allocator(),
+                         uvt_extern::import::get_out_of_memory_allocator()})
+        EXPECT_EQ(a, &global);
+    EXPECT_EQ(&global, &uvt_extern::UvtMallocAllocator::instance());
+    EXPECT_STREQ(global.getName().c_str(), "UvtMallocAllocator");
+    EXPECT_TRUE(global.getName().is_literal());
+    EXPECT_EQ(global.getAlignmentSize(), 0u);
+    EXPECT_EQ(global.getParentAllocator(), nullptr);
+}
+
+TEST(ProcessWideAllocators, DefaultsOfTheInterface)
+{
+    allocator& global = allocator::global_allocator();
+    counting_allocator a;
+    EXPECT_STREQ(a.getName().c_str(), "<unnamed>");
+    EXPECT_EQ(a.getRefCount(), 1u);
+    EXPECT_EQ(a.getAlignmentSize(), 8u);
+    EXPECT_EQ(&a.smallSizeAllocator(), &a);
+    EXPECT_EQ(a.createSubAllocator("sub", uvt::vela_component{}).get(), &a);
+    EXPECT_EQ(a.createTempAllocator("tmp", false, false).get(), &a);
+    EXPECT_EQ(a.createCompositeAllocator("c", global).get(), &a);
+    EXPECT_EQ(a.getNonTempParentAllocator(), &a);
+    EXPECT_THROW(a.createBlockAllocator("b", 64, uvt::vela_component{}), uvt::bad_alloc);
+    EXPECT_THROW(a.createExecAllocator("x", uvt::vela_component{}), uvt::bad_alloc);
+    errno = 0;
+    EXPECT_EQ(a.allocateAlignedViaReservationsNoThrow(8, 8, nullptr), nullptr);
+    EXPECT_EQ(errno, ENOMEM);
+}
+
+TEST(MallocAllocator, BlockAllocatorsFixTheAlignment)
+{
+    allocator& global = allocator::global_allocator();
+    struct Case {
+        unsigned long block_size, alignment;
+    };
+    for (Case c : {Case{48, 0}, Case{0, 4096}, Case{256, 256}, Case{1, 1}, Case{100, 0}}) {
+        auto block = global.createBlockAllocator("blocks", c.block_size, uvt::vela_component{});
+        EXPECT_EQ(block->getAlignmentSize(), c.alignment) << "block size " << c.block_size;
+        EXPECT_EQ(block->getParentAllocator(), &global);
+        EXPECT_STREQ(block->getName().c_str(), "blocks");
+        void* p = block->allocate(10);
+        if (c.alignment)
+            EXPECT_TRUE(aligned_to(p, c.alignment));
+        block->deallocate(p);
+    }
+}
+
+TEST(MallocAllocator, ReferencesKeepABlockAllocatorAlive)
+{
+    auto block = private_malloc_allocator();
+    auto* impl = static_cast<uvt_extern::UvtMallocAllocator*>(block.get());
+    uvt::allocator_handle copy = block;
+    EXPECT_EQ(impl->referenceCount(), 2u);
+    block.reset();
+    EXPECT_EQ(impl->referenceCount(), 1u);
+    void* p = copy->allocate(8);  // still usable
+    copy->deallocate(p);
+    impl->addReferences(3);
+    EXPECT_EQ(impl->referenceCount(), 4u);
+    for (int i = 0; i < 3; ++i)
+        impl->release();
+}
+
+TEST(MallocAllocator, ProcessWideInstanceSurvivesItsLastRelease)
+{
+    auto& global = uvt_extern::UvtMallocAllocator::instance();
+    global.release();
+    global.release();
+    void* p = global.allocate(8);
+    global.deallocate(p);
+}
+
+TEST(MallocAllocator, MalfunctionCounterFailsFromTheNthAllocation)
+{
+    auto a = private_malloc_allocator();
+    a->setMalfunctionStartCounter(3);
+    void* first = a->allocateNoThrow(8);
+    void* second = a->allocateNoThrow(8);
+    EXPECT_NE(first, nullptr);
+    EXPECT_NE(second, nullptr);
+    for (int i = 0; i < 3; ++i) {
+        errno = 0;
+        EXPECT_EQ(a->allocateNoThrow(8), nullptr);
+        EXPECT_EQ(errno, ENOMEM);
+    }
+    EXPECT_THROW(a->allocateAligned(8, 64), uvt::bad_alloc);
+    a->setMalfunctionStartCounter(0);
+    void* again = a->allocate(8);
+    for (void* p : {first, second, again})
+        a->deallocate(p);
+}
+
+TEST(MallocAllocator, BadAllocCarriesTheAllocatorsArguments)
+{
+    auto a = private_malloc_allocator();
+    a->setMalfunctionStartCounter(1);
+    try {
+        a->allocate(1234);
+        FAIL() << "allocation should fail";
+    } catch (const uvt::bad_alloc& e) {
+        e.mark_processed();
+        EXPECT_EQ(e.error_no(), 1000002);
+        EXPECT_STREQ(e.get_msgarg_by_name("size"), "1234");
+        EXPECT_STREQ(e.get_msgarg_by_name("name"), "private");
+        EXPECT_STREQ(e.get_msgarg_by_name("type"), "UvtMallocAllocator");
+        EXPECT_STREQ(e.file().get(), "uvt/impl/memory");
+        EXPECT_EQ(e.line(), 126);
+        EXPECT_EQ(e.get_allocation_failure_type(), uvt::UNKNOWN);
+    }
+}
+
+TEST(MallocAllocator, AlignedFailureRepeatsTheSize)
+{
+    auto a = private_malloc_allocator();
+    a->setMalfunctionStartCounter(1);
+    try {
+        a->allocateAligned(100, 64, nullptr);
+        FAIL() << "allocation should fail";
+    } catch (const uvt::bad_alloc& e) {
+        e.mark_processed();
+        EXPECT_EQ(e.line(), 203);
+        uvt::buffer_stream<2048> out;
+        e.print_short(out, true, true);
+        std::string text = out.c_str();
+        EXPECT_NE(text.find("$size$=100"), std::string::npos) << text;
+        EXPECT_NE(text.find("$size$=100", text.find("$size$=100") + 1), std::string::npos)
+            << "the size argument appears twice: " << text;
+    }
+}
+
+TEST(MallocAllocator, ConcurrentAllocationAndReferences)
+{
+    auto shared = private_malloc_allocator();
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&shared] {
+            for (int i = 0; i < 2000; ++i) {
+                uvt::allocator_handle local = shared;
+                void* p = local->allocate(16 + i % 64);
+                local->deallocate(p);
+            }
+        });
+    for (auto& t : threads)
+        t.join();
+    EXPECT_EQ(static_cast<uvt_extern::UvtMallocAllocator*>(shared.get())->referenceCount(), 1u);
+}
+
+// A temporary allocator hanging below another one.
+class temp_allocator : public counting_allocator {
+public:
+    explicit temp_allocator(allocator* parent) : parent_(parent) {}
+    bool isTempAllocator() const override { return true; }
+    allocator* getParentAllocator() const override { return parent_; }
+
+private:
+    allocator* parent_;
+};
+
+TEST(AllocatorHierarchy, NonTempParentSkipsTemporaryAllocators)
+{
+    counting_allocator root;
+    temp_allocator mid(&root);
+    temp_allocator leaf(&mid);
+    temp_allocator orphan(nullptr);
+    EXPECT_EQ(leaf.getNonTempParentAllocator(), &root);
+    EXPECT_EQ(orphan.getNonTempParentAllocator(), nullptr);
+}
+
+} // namespace
