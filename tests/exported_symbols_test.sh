@@ -11,7 +11,7 @@ c_entry_points+='|__memcpy_chk|__memmove_chk|__memset_chk|__strcpy_chk|__strcat_
 c_entry_points+='|__strnlen_chk|__wcsnlen_chk'
 # Mangled names: optional special-name prefix (vtable, typeinfo, guard
 # variable, thunk, local entity), then a name nested in uvt or uvt_extern.
-namespaced_op='^_Z(TV|TI|TS|GV|Th-?[0-9]+_|Tv-?[0-9]+_n?[0-9]+_)?Z?N?K?(3uvt|10uvt_extern)'
+namespaced_op='^_Z(TV|TT|TI|TS|GV|Thn?[0-9]+_|Tvn?[0-9]+_n?[0-9]+_)?Z?N?K?(3uvt|10uvt_extern)'
 accessors='^_Z[0-9]+uvt__ERR_UVT_[A-Z_]+v$'
 
 symbols=$(nm -D --defined-only "$lib" | awk '{print $3}' | grep -v '^$' || true)

@@ -6,6 +6,7 @@
 #include <uvt/exception>
 #include <uvt/ext/buffer_stream>
 #include <uvt/impl/malloc_allocator>
+#include <uvt/import>
 #include <uvt/new>
 
 #include <gtest/gtest.h>

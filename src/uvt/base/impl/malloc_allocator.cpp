@@ -78,6 +78,10 @@ void* UvtMallocAllocator::allocateAlignedNoThrowImpl(unsigned long size, unsigne
 {
     if (reportAllocationAndHandleFailingModeDueToMalfunctionStartCounter())
         return nullptr;
+    // posix_memalign refuses alignments below the size of a pointer; those
+    // are met by the pointer alignment anyway.
+    if (alignment < sizeof(void*))
+        alignment = sizeof(void*);
     void* p = nullptr;
     return posix_memalign(&p, alignment, size) == 0 ? p : nullptr;
 }

@@ -1,0 +1,523 @@
+// The stream core: formatting against the standard streams as oracle,
+// state and exception mask, sentries, user storage and callbacks.
+
+#include "support/test_host.h"
+
+#include <uvt/ios>
+#include <uvt/strstream>
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdio>
+#include <limits>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+extern "C" uvt_extern::UvtImport* get_uvt_import() { return &uvt_test::test_host::instance(); }
+
+namespace {
+
+using uvt::ios_base;
+using uvt_test::test_host;
+
+// A buffer without put area: every character goes through overflow. It
+// stores at most `limit` characters and can throw from a write.
+class capture_buf : public uvt::streambuf {
+public:
+    std::string text;
+    std::size_t limit = std::numeric_limits<std::size_t>::max();
+    bool throw_on_write = false;
+    int syncs = 0;
+    int sync_result = 0;
+
+protected:
+    int_type overflow(int_type c) override
+    {
+        if (c == traits_type::eof())
+            return 0;
+        if (throw_on_write)
+            ios_base::throwIOSFailure(__FILE__, __LINE__, "capture_buf");
+        if (text.size() >= limit)
+            return traits_type::eof();
+        text.push_back(static_cast<char>(c));
+        return c;
+    }
+    int sync() override
+    {
+        ++syncs;
+        return sync_result;
+    }
+};
+
+struct capture_stream {
+    capture_buf buf;
+    uvt::ostream os{&buf};
+};
+
+// ------------------------------------------------------------ formatting
+
+std::ios_base::fmtflags to_std(ios_base::fmtflags f)
+{
+    static const std::pair<ios_base::fmtflags, std::ios_base::fmtflags> map[] = {
+        {ios_base::boolalpha, std::ios_base::boolalpha}, {ios_base::dec, std::ios_base::dec},
+        {ios_base::hex, std::ios_base::hex},             {ios_base::oct, std::ios_base::oct},
+        {ios_base::left, std::ios_base::left},           {ios_base::right, std::ios_base::right},
+        {ios_base::internal, std::ios_base::internal},   {ios_base::showbase, std::ios_base::showbase},
+        {ios_base::showpos, std::ios_base::showpos},     {ios_base::uppercase, std::ios_base::uppercase},
+    };
+    std::ios_base::fmtflags out{};
+    for (auto [mine, theirs] : map)
+        if (f & mine)
+            out |= theirs;
+    return out;
+}
+
+struct format {
+    ios_base::fmtflags flags;
+    long width;
+};
+
+std::vector<format> all_formats()
+{
+    const ios_base::fmtflags bases[] = {0, ios_base::dec, ios_base::oct, ios_base::hex};
+    const ios_base::fmtflags extras[] = {0,
+                                         ios_base::showbase,
+                                         ios_base::showpos,
+                                         ios_base::uppercase,
+                                         ios_base::showbase | ios_base::uppercase,
+                                         ios_base::showbase | ios_base::showpos | ios_base::boolalpha};
+    const ios_base::fmtflags adjusts[] = {0, ios_base::left, ios_base::right, ios_base::internal};
+    const long widths[] = {0, 1, 7, 25};
+    std::vector<format> out;
+    for (auto b : bases)
+        for (auto e : extras)
+            for (auto a : adjusts)
+                for (auto w : widths)
+                    out.push_back({b | e | a, w});
+    return out;
+}
+
+template <class T>
+std::string with_uvt(T v, format f)
+{
+    uvt::ostrstream os(uvt::allocator::global_allocator());
+    os.flags(f.flags);
+    os.width(f.width);
+    os.fill('*');
+    os << v;
+    EXPECT_EQ(os.width(), 0) << "width is reset by every insertion";
+    return std::string(os.c_str(), os.size());
+}
+
+template <class T>
+std::string with_std(T v, format f)
+{
+    std::ostringstream os;
+    os.flags(to_std(f.flags));
+    os.width(f.width);
+    os.fill('*');
+    os << v;
+    return os.str();
+}
+
+template <class T>
+void expect_like_standard(std::initializer_list<T> values)
+{
+    for (const format& f : all_formats())
+        for (T v : values)
+            ASSERT_EQ(with_uvt(v, f), with_std(v, f))
+                << "value " << +v << " flags 0x" << std::hex << f.flags << std::dec << " width " << f.width;
+}
+
+template <class T>
+void expect_like_standard_limits()
+{
+    using L = std::numeric_limits<T>;
+    expect_like_standard<T>({T(0), T(1), T(42), T(255), L::max(), L::min(), T(L::max() / 3)});
+    if constexpr (L::is_signed)
+        expect_like_standard<T>({T(-1), T(-42), T(L::min() + 1)});
+}
+
+TEST(OstreamFormat, IntegersMatchTheStandardStreamsForEveryFlagWidthAndFill)
+{
+    expect_like_standard_limits<short>();
+    expect_like_standard_limits<unsigned short>();
+    expect_like_standard_limits<int>();
+    expect_like_standard_limits<unsigned int>();
+    expect_like_standard_limits<long>();
+    expect_like_standard_limits<unsigned long>();
+    expect_like_standard_limits<long long>();
+    expect_like_standard_limits<unsigned long long>();
+    expect_like_standard<bool>({false, true});
+}
+
+TEST(OstreamFormat, CharactersAndStringsPadLikeTheStandardStreams)
+{
+    for (const format& f : all_formats()) {
+        ASSERT_EQ(with_uvt('x', f), with_std('x', f)) << f.flags << " " << f.width;
+        ASSERT_EQ(with_uvt("-abc", f), with_std("-abc", f)) << f.flags << " " << f.width;
+        ASSERT_EQ(with_uvt("", f), with_std("", f)) << f.flags << " " << f.width;
+    }
+}
+
+struct format_row {
+    int line;
+    ios_base::fmtflags flags;
+    long width;
+    long value;
+    const char* expected;
+};
+
+TEST(OstreamFormat, DocumentedLayouts)
+{
+    const format_row rows[] = {
+        {__LINE__, ios_base::hex | ios_base::showbase | ios_base::internal, 8, 255, "0x****ff"},
+        {__LINE__, ios_base::hex | ios_base::showbase | ios_base::uppercase, 0, 255, "0XFF"},
+        {__LINE__, ios_base::hex | ios_base::showbase, 0, 0, "0"},
+        {__LINE__, ios_base::oct | ios_base::showbase, 0, 8, "010"},
+        {__LINE__, ios_base::hex, 0, -1, "ffffffffffffffff"},
+        {__LINE__, ios_base::dec | ios_base::showpos | ios_base::internal, 5, 7, "+***7"},
+        {__LINE__, ios_base::left, 6, -12, "-12***"},
+        {__LINE__, 0, 8, 512, "*****512"},
+    };
+    for (const format_row& r : rows)
+        EXPECT_EQ(with_uvt(r.value, {r.flags, r.width}), r.expected) << "row at line " << r.line;
+}
+
+TEST(OstreamFormat, PointersAsTheCLibraryPrintsThem)
+{
+    int object = 0;
+    char expected[32];
+    std::snprintf(expected, sizeof expected, "%p", static_cast<void*>(&object));
+    EXPECT_EQ(with_uvt(static_cast<const void*>(&object), {ios_base::uppercase | ios_base::oct, 0}), expected);
+    EXPECT_EQ(with_uvt(static_cast<const void*>(nullptr), {0, 0}), "(nil)");
+    EXPECT_EQ(with_uvt(reinterpret_cast<const void*>(0xab), {ios_base::internal, 7}), "0x***ab");
+}
+
+TEST(OstreamFormat, Manipulators)
+{
+    uvt::ostrstream os(uvt::allocator::global_allocator());
+    os << uvt::setw(5) << uvt::setfill('.') << 42 << '|' << uvt::hex << uvt::showbase << 255 << '|'
+       << uvt::noshowbase << uvt::uppercase << 255 << '|' << uvt::setbase(8) << 8 << '|' << uvt::setbase(3)
+       << 8 << '|' << uvt::boolalpha << true << '|' << uvt::left << uvt::setw(4) << 'a' << '|' << uvt::dec
+       << uvt::setprecision(3) << uvt::ends;
+    EXPECT_EQ(std::string(os.c_str(), os.size()), std::string("...42|0xff|FF|10|8|true|a...|\0", 30));
+    EXPECT_EQ(os.precision(), 3);
+}
+
+// ------------------------------------------------ state and exceptions
+
+TEST(IosState, NullStringSetsBadbitAndThrowsOnlyByTheMask)
+{
+    capture_stream s;
+    s.os << static_cast<const char*>(nullptr);
+    EXPECT_TRUE(s.os.bad());
+    EXPECT_EQ(s.buf.text, "");
+
+    capture_stream t;
+    t.os.exceptions(ios_base::badbit);
+    try {
+        t.os << static_cast<const char*>(nullptr);
+        FAIL() << "no exception";
+    } catch (const ios_base::failure& e) {
+        EXPECT_EQ(e.error_no(), 1000087);
+        EXPECT_STREQ(e.what(), "basic_ios::clear");
+        e.mark_processed();
+    }
+    EXPECT_TRUE(t.os.bad());
+}
+
+TEST(IosState, SettingTheMaskThrowsAtOnceWhenTheStateMeetsIt)
+{
+    capture_stream s;
+    s.os.setstate(ios_base::failbit);
+    EXPECT_NO_THROW(s.os.exceptions(ios_base::badbit));
+    EXPECT_THROW(s.os.exceptions(ios_base::failbit), ios_base::failure);
+    EXPECT_EQ(s.os.exceptions(), ios_base::failbit);
+    EXPECT_TRUE(s.os.fail());
+    EXPECT_NO_THROW(s.os.clear());
+    EXPECT_TRUE(s.os.good());
+}
+
+TEST(IosState, FailureClassCarriesItsErrorTypeAndText)
+{
+    const ios_base::failure registered(__FILE__, __LINE__);
+    EXPECT_STREQ(registered.what(), "IO stream failed");
+    EXPECT_EQ(ios_base::failure::type_number, 15);
+
+    uvt::ostrstream os(uvt::allocator::global_allocator());
+    registered.store_type(os);
+    EXPECT_EQ(std::string(os.c_str(), os.size()), std::string("\xFA\xCE\x00\x0F\xFA\xCA\xDE\x01", 8));
+
+    const uvt::exception& base = registered;
+    try {
+        base.do_throw();
+    } catch (const ios_base::failure& e) {
+        EXPECT_EQ(e, registered);  // a copy: same payload
+    }
+    registered.mark_processed();
+}
+
+TEST(IosState, ThrowIOSFailureThrowsTheGivenTextAndLocation)
+{
+    try {
+        ios_base::throwIOSFailure("some/file.cpp", 77, "custom text");
+    } catch (const uvt::exception& e) {
+        EXPECT_NE(dynamic_cast<const ios_base::failure*>(&e), nullptr);
+        EXPECT_STREQ(e.what(), "custom text");
+        EXPECT_EQ(e.line(), 77);
+        EXPECT_EQ(e.error_no(), 1000087);
+        e.mark_processed();
+    }
+}
+
+TEST(IosState, ShortWriteSetsBadbitAndStopsTheField)
+{
+    capture_stream s;
+    s.buf.limit = 3;
+    s.os << uvt::setw(6) << 12;  // the padding takes the 3 characters
+    EXPECT_TRUE(s.os.bad());
+    EXPECT_EQ(s.buf.text, "   ");
+    s.os << 5;
+    EXPECT_EQ(s.buf.text, "   ") << "a stream that is not good writes nothing";
+    EXPECT_TRUE(s.os.fail());
+}
+
+TEST(IosState, ExceptionFromTheBufferIsAbsorbedUnlessBadbitIsInTheMask)
+{
+    const int forgotten_before = test_host::instance().callbacks.forgotten.load();
+    capture_stream s;
+    s.buf.throw_on_write = true;
+    EXPECT_NO_THROW(s.os << "abc");
+    EXPECT_TRUE(s.os.bad());
+    EXPECT_EQ(test_host::instance().callbacks.forgotten.load(), forgotten_before)
+        << "an absorbed exception counts as processed";
+
+    capture_stream t;
+    t.buf.throw_on_write = true;
+    t.os.exceptions(ios_base::badbit);
+    try {
+        t.os.put('x');
+        FAIL() << "no exception";
+    } catch (const ios_base::failure& e) {
+        EXPECT_STREQ(e.what(), "capture_buf");
+        e.mark_processed();
+    }
+    EXPECT_TRUE(t.os.bad());
+}
+
+// ------------------------------------------------------------- sentries
+
+TEST(OstreamSentry, TiedStreamIsFlushedBeforeEachInsertion)
+{
+    capture_stream tied, s;
+    s.os.tie(&tied.os);
+    s.os << 1 << "x";
+    EXPECT_EQ(tied.buf.syncs, 2);
+    s.os.tie(&s.os);  // tied to itself: no endless flushing
+    s.os << 2;
+    EXPECT_EQ(s.buf.text, "1x2");
+}
+
+TEST(OstreamSentry, UnitbufFlushesAfterEveryInsertionAndEndlFlushes)
+{
+    capture_stream s;
+    s.os << 1 << 2;
+    EXPECT_EQ(s.buf.syncs, 0);
+    s.os << uvt::unitbuf << 3 << "4";
+    EXPECT_EQ(s.buf.syncs, 2);
+    s.os << uvt::nounitbuf << 5 << uvt::endl;
+    EXPECT_EQ(s.buf.syncs, 3);
+    EXPECT_EQ(s.buf.text, "12345\n");
+}
+
+TEST(OstreamSentry, FailedSyncSetsBadbit)
+{
+    capture_stream s;
+    s.buf.sync_result = -1;
+    s.os.flush();
+    EXPECT_TRUE(s.os.bad());
+}
+
+TEST(OstreamSentry, StreamWithoutBufferIsBad)
+{
+    uvt::ostream os(nullptr);
+    EXPECT_TRUE(os.bad());
+    os << 1;
+    os.flush();
+    capture_buf buf;
+    os.rdbuf(&buf);
+    EXPECT_TRUE(os.good());
+    os << 1;
+    EXPECT_EQ(buf.text, "1");
+}
+
+// ----------------------------------------------- user storage, callbacks
+
+TEST(IosStorage, IwordAndPwordGrowOnDemandAndKeepTheirValues)
+{
+    const int a = ios_base::xalloc();
+    const int b = ios_base::xalloc();
+    EXPECT_NE(a, b);
+    capture_stream s;
+    EXPECT_EQ(s.os.iword(a), 0);
+    s.os.iword(a) = 17;
+    s.os.pword(b) = &s;
+    EXPECT_EQ(s.os.pword(1000), nullptr);  // grows the table
+    EXPECT_EQ(s.os.iword(a), 17);
+    EXPECT_EQ(s.os.pword(b), &s);
+    EXPECT_TRUE(s.os.good());
+
+    s.os.iword(-1) = 5;  // scratch slot
+    EXPECT_TRUE(s.os.bad());
+    EXPECT_EQ(s.os.iword(a), 17);
+}
+
+// xalloc and the ios_base allocator are shared by all threads; streams on
+// different threads are independent.
+TEST(IosStorage, ThreadsGetDistinctIndicesAndIndependentStreams)
+{
+    constexpr int threads = 4, per_thread = 500;
+    std::vector<std::vector<int>> indices(threads);
+    std::vector<std::string> texts(threads);
+    std::vector<std::thread> pool;
+    for (int t = 0; t < threads; ++t) {
+        pool.emplace_back([&, t] {
+            uvt::ostrstream os(uvt::allocator::global_allocator());
+            for (int i = 0; i < per_thread; ++i) {
+                indices[t].push_back(ios_base::xalloc());
+                os.iword(indices[t].back()) = i;
+                os << uvt::hex << i;
+            }
+            texts[t].assign(os.c_str(), os.size());
+        });
+    }
+    for (auto& th : pool)
+        th.join();
+    std::set<int> all;
+    for (const auto& v : indices)
+        all.insert(v.begin(), v.end());
+    EXPECT_EQ(all.size(), std::size_t(threads * per_thread));
+    for (const auto& text : texts)
+        EXPECT_EQ(text, texts[0]);
+}
+
+std::vector<std::pair<ios_base::event, int>>* event_log;
+
+void log_event(ios_base::event e, ios_base&, int index)
+{
+    event_log->push_back({e, index});
+}
+
+TEST(IosCallbacks, CalledLastRegisteredFirstOnCopyfmtAndDestruction)
+{
+    std::vector<std::pair<ios_base::event, int>> log;
+    event_log = &log;
+    capture_stream source;
+    {
+        capture_stream target;
+        target.os.register_callback(log_event, 1);
+        target.os.register_callback(log_event, 2);
+        source.os.register_callback(log_event, 3);
+        source.os.flags(ios_base::hex);
+        source.os.precision(9);
+        source.os.fill('#');
+        source.os.iword(4) = 44;
+        target.os.copyfmt(source.os);
+        EXPECT_EQ(target.os.flags(), ios_base::hex);
+        EXPECT_EQ(target.os.precision(), 9);
+        EXPECT_EQ(target.os.fill(), '#');
+        EXPECT_EQ(target.os.iword(4), 44);
+        using E = ios_base;
+        EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{
+                           {E::erase_event, 2}, {E::erase_event, 1}, {E::copyfmt_event, 3}}));
+        log.clear();
+    }
+    EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{{ios_base::erase_event, 3}}));
+    log.clear();
+}
+
+TEST(IosCallbacks, CopyfmtTakesTheExceptionMaskLast)
+{
+    capture_stream source, target;
+    source.os.exceptions(ios_base::failbit);
+    target.os.setstate(ios_base::failbit);
+    EXPECT_THROW(target.os.copyfmt(source.os), ios_base::failure);
+    EXPECT_EQ(target.os.exceptions(), ios_base::failbit);
+}
+
+void ignore_event(ios_base::event, ios_base&, int) {}
+
+// The table grows to 1, 2, 4, 8 entries, two blocks per growth.
+TEST(IosCallbacks, TableDoublesFromTheIosAllocator)
+{
+    auto& global = test_host::instance().global;
+    capture_stream s;
+    const unsigned long attempts = global.attempts();
+    const unsigned long live = global.live_blocks();
+    for (int i = 0; i < 5; ++i)
+        s.os.register_callback(ignore_event, i);
+    EXPECT_EQ(global.attempts() - attempts, 8u);
+    EXPECT_EQ(global.live_blocks() - live, 2u);
+}
+
+struct register_failure_row {
+    int line;
+    unsigned long failing_allocation;  // of the growth: 1 functions, 2 indices
+    const char* message;
+};
+
+TEST(IosCallbacks, GrowthFailureLeavesTheTableAndThrowsItsOwnMessage)
+{
+    const register_failure_row rows[] = {
+        {__LINE__, 1, "ios_base::register_callback bad_alloc"},
+        {__LINE__, 2, "ios_base::register_callback"},
+    };
+    auto& global = test_host::instance().global;
+    for (const auto& r : rows) {
+        std::vector<std::pair<ios_base::event, int>> log;
+        event_log = &log;
+        {
+            capture_stream s;
+            s.os.register_callback(log_event, 1);
+            const unsigned long live = global.live_blocks();
+            global.fail_at(r.failing_allocation);
+            try {
+                s.os.register_callback(log_event, 2);
+                ADD_FAILURE() << "no exception, row at line " << r.line;
+            } catch (const ios_base::failure& e) {
+                EXPECT_STREQ(e.what(), r.message) << "row at line " << r.line;
+                e.mark_processed();
+            }
+            global.fail_at(0);
+            EXPECT_TRUE(s.os.bad()) << "badbit is set whatever the mask";
+            EXPECT_EQ(global.live_blocks(), live) << "row at line " << r.line;
+        }
+        EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{{ios_base::erase_event, 1}}));
+    }
+}
+
+TEST(IosCallbacks, CopyfmtFailureSetsBadbitAndLeavesTheTarget)
+{
+    auto& global = test_host::instance().global;
+    capture_stream source;
+    source.os.register_callback(ignore_event, 1);
+    source.os.iword(0) = 1;
+    source.os.flags(ios_base::oct);
+    for (unsigned long n = 1; n <= 3; ++n) {
+        capture_stream target;
+        const unsigned long live = global.live_blocks();
+        global.fail_at(n);
+        target.os.copyfmt(source.os);
+        global.fail_at(0);
+        EXPECT_TRUE(target.os.bad()) << "allocation " << n;
+        EXPECT_EQ(target.os.flags(), ios_base::skipws | ios_base::dec) << "allocation " << n;
+        EXPECT_EQ(global.live_blocks(), live) << "allocation " << n;
+    }
+}
+
+} // namespace
