@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <execinfo.h>
 
 namespace {
 
@@ -62,6 +63,31 @@ public:
         std::printf("[host] out of memory reported (error %d)\n", e.error_no());
     }
     void caught_exception(const uvt::exception& e) override { print("[host] caught exception", e); }
+
+    // Stack traces: the host decides how to take and print them.
+    // Frames start at the caller the library names, so the capture
+    // machinery itself does not show.
+    unsigned save_stack_trace(void** frames, unsigned max, const void* caller) const override
+    {
+        void* all[64];
+        const int n = backtrace(all, 64);
+        int first = 0;
+        while (first < n && all[first] != caller)
+            ++first;
+        if (first == n)
+            first = 0;
+        unsigned count = 0;
+        for (int i = first; i < n && count < max; ++i)
+            frames[count++] = all[i];
+        return count;
+    }
+    void print_stack_trace(uvt::basic_ostream<char>* os, void** frames, unsigned count) override
+    {
+        char** symbols = backtrace_symbols(frames, int(count));
+        for (unsigned i = 0; symbols && i < count && i < 4; ++i)
+            *os << "    " << symbols[i] << (i + 1 < count && i < 3 ? "\n" : "");
+        std::free(symbols);
+    }
 };
 
 class demo_host : public uvt_extern::UvtImport {
@@ -69,6 +95,7 @@ public:
     uvt::allocator* get_global_allocator() override { return &allocator; }
     uvt_extern::OutOfMemoryCallback* get_out_of_memory_callback() override { return &callbacks; }
     uvt_extern::CaughtCallback* get_caught_callback() override { return &callbacks; }
+    uvt_extern::StackTraceCallback* get_stacktrace_callback() override { return &callbacks; }
 
     demo_allocator allocator;
     demo_callbacks callbacks;
