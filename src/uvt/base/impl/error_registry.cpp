@@ -1,0 +1,69 @@
+// The process-wide registry of error definitions and the exported accessors
+// of the library's own errors.
+//
+// The registry is a singly linked list of static records, newest first. The
+// head is only ever swapped atomically (readers may run while another
+// accessor registers its record), and a record's `next_` is written before the
+// record becomes reachable, so a reader never sees a half-linked record.
+#include <uvt/impl/error_code>
+
+#include <atomic>
+
+namespace uvt {
+namespace impl {
+
+ErrorCodeImpl* ErrorCodeImpl::first_ = nullptr;
+
+ErrorCodeImpl* ErrorCodeImpl::register_error(ErrorCodeImpl& rec) noexcept
+{
+    std::atomic_ref head(first_);
+    rec.next_ = head.load(std::memory_order_acquire);
+    while (!head.compare_exchange_weak(rec.next_, &rec, std::memory_order_release, std::memory_order_acquire)) {
+    }
+    return rec.next_;
+}
+
+const ErrorCodeImpl* ErrorCodeImpl::first() noexcept
+{
+    return std::atomic_ref(first_).load(std::memory_order_acquire);
+}
+
+} // namespace impl
+
+const char* error_code::error_no_to_text(int n) noexcept
+{
+    for (const impl::ErrorCodeImpl* rec = impl::ErrorCodeImpl::first(); rec; rec = rec->next())
+        if (rec->number() == n)
+            return rec->message();
+    return "Unknown";
+}
+
+void* error_registry::s_instance = nullptr;
+
+} // namespace uvt
+
+namespace {
+
+// A library error definition that pushes itself onto the registry when it is
+// constructed. Constructed as the function-local static of its accessor, it is
+// therefore built and linked exactly once, under that accessor's
+// static-initialisation guard.
+class self_registering_error : public uvt::impl::ErrorCodeImpl {
+public:
+    self_registering_error(int number, const char* message, const char* name) noexcept
+        : ErrorCodeImpl(number, message, &uvt::generic_category(), name)
+    {
+        link(*this);
+    }
+};
+
+} // namespace
+
+#define UVT_ERROR(NAME, NUMBER, TEXT)                                                   \
+    const uvt::impl::ErrorCodeImpl& uvt__##NAME()                                       \
+    {                                                                                   \
+        static self_registering_error def_##NAME(NUMBER, TEXT, #NAME);                  \
+        return def_##NAME;                                                              \
+    }
+#include <uvt/impl/error_list>
+#undef UVT_ERROR

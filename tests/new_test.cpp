@@ -1,0 +1,232 @@
+// Allocation failures: bad_alloc's constructors and host notification, the
+// out-of-memory allocator behind it, failure-type texts, bad_numa_alloc and
+// the throw entry points.
+#include <uvt/ios>
+#include <uvt/new>
+#include <uvt/strstream>
+
+#include "support/test_host.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace {
+
+// The test host with its own out-of-memory allocator, so the tests can see
+// where a bad_alloc keeps its message.
+class oom_host : public uvt_test::test_host {
+public:
+    uvt::allocator* get_out_of_memory_allocator() override { return &oom; }
+    uvt_test::counting_allocator oom{"host-oom"};
+};
+
+oom_host& host()
+{
+    static oom_host h;
+    return h;
+}
+
+} // namespace
+
+extern "C" uvt_extern::UvtImport* get_uvt_import() { return &host(); }
+
+namespace {
+
+constexpr const char* F = "f.cpp";
+
+int notifications() { return host().callbacks.out_of_memory.load(); }
+
+std::string streamed(uvt::allocation_failure_type t)
+{
+    uvt::ostrstream os(uvt::allocator::global_allocator());
+    os << t;
+    return os.c_str();
+}
+
+std::vector<unsigned char> type_header(const uvt::exception& e)
+{
+    uvt::ostrstream os(uvt::allocator::global_allocator());
+    e.store_type(os);
+    return {os.c_str(), os.c_str() + os.size()};
+}
+
+std::vector<unsigned char> words(std::initializer_list<std::uint32_t> ws)
+{
+    std::vector<unsigned char> bytes;
+    for (std::uint32_t w : ws)
+        for (int shift = 24; shift >= 0; shift -= 8)
+            bytes.push_back(static_cast<unsigned char>(w >> shift));
+    return bytes;
+}
+
+TEST(AllocationFailureType, TextsOfKnownAndUnexpectedValues)
+{
+    const char* names[] = {"UNKNOWN",
+                           "MALFUNCTION",
+                           "ILLEGAL_ALLOCATION",
+                           "OPERATING_SYSTEM_LIMIT",
+                           "GLOBAL_ALLOCATION_LIMIT",
+                           "PROCESS_ALLOCATION_LIMIT",
+                           "GENERIC_LIMIT",
+                           "USER_LIMIT",
+                           "GENERIC_COMPOSITE_LIMIT",
+                           "STATEMENT_MEMORY_LIMIT",
+                           "USER_COMPOSITE_LIMIT",
+                           "INTERNAL_ERROR",
+                           "NO_COMPACTIONS_ALLOWED",
+                           "RECURSION_DETECTED",
+                           "IPMM_DEACTIVATED",
+                           "TIME_OUT",
+                           "FORBIDDEN"};
+    for (int v = 0; v <= 16; ++v) {
+        const auto t = static_cast<uvt::allocation_failure_type>(v);
+        EXPECT_STREQ(uvt::get_allocation_failure_type_string(t), names[v]);
+        EXPECT_EQ(streamed(t), names[v]);
+    }
+    for (int v : {17, 200, 255}) {
+        const auto t = static_cast<uvt::allocation_failure_type>(v);
+        EXPECT_STREQ(uvt::get_allocation_failure_type_string(t), "<Unexpected allocation failure limit type>");
+        EXPECT_EQ(streamed(t), "<Unexpected allocation failure type " + std::to_string(v) + ">");
+    }
+}
+
+struct ConstructorCase {
+    const char* name;
+    std::function<uvt::bad_alloc()> make;
+    int notifications;
+    const char* reason;
+};
+
+TEST(BadAlloc, ConstructorsDefineReasonAndNotifyTheHostUnlessSilent)
+{
+    const ConstructorCase cases[] = {
+        {"silent", [] { return uvt::bad_alloc(F, 1, true); }, 0, ""},
+        {"not silent", [] { return uvt::bad_alloc(F, 1, false); }, 1, ""},
+        {"caller", [] { return uvt::bad_alloc(F, 1, static_cast<const void*>(F)); }, 1, ""},
+        {"reason silent", [] { return uvt::bad_alloc(F, 1, "no pages", true); }, 0, "no pages"},
+        {"reason", [] { return uvt::bad_alloc(F, 1, "no pages", false); }, 1, "no pages"},
+        {"std::bad_alloc", [] { return uvt::bad_alloc(F, 1, std::bad_alloc()); }, 1, "std::bad_alloc"},
+    };
+    for (const ConstructorCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        const int before = notifications();
+        const uvt::bad_alloc e = c.make();
+        EXPECT_EQ(notifications() - before, c.notifications);
+        EXPECT_EQ(e.error_no(), 1000002);
+        EXPECT_EQ(e.line(), 1);
+        EXPECT_STREQ(e.get_msgarg_by_name("REASON"), c.reason);
+        EXPECT_EQ(e.get_allocation_failure_type(), uvt::UNKNOWN);
+        e.mark_processed();
+    }
+}
+
+TEST(BadAlloc, CopiesNeverNotifyAndKeepOrResetTheFailureType)
+{
+    uvt::bad_alloc original(F, 2, "r", true);
+    original.set_allocation_failure_type(uvt::MALFUNCTION);
+    const int before = notifications();
+
+    const uvt::bad_alloc copy = original;
+    EXPECT_EQ(copy.get_allocation_failure_type(), uvt::MALFUNCTION);
+    EXPECT_TRUE(copy == original);
+
+    const uvt::bad_alloc from_base(static_cast<const uvt::exception&>(original), std::bad_alloc());
+    EXPECT_EQ(from_base.get_allocation_failure_type(), uvt::UNKNOWN);
+    EXPECT_TRUE(from_base == original);
+    EXPECT_EQ(notifications(), before);
+    original.mark_processed();
+}
+
+TEST(BadAlloc, MessageLivesInTheOutOfMemoryAllocator)
+{
+    auto& oom = host().oom;
+    const unsigned long oom_before = oom.live_blocks();
+    const unsigned long exceptions_before = host().exceptions.attempts();
+    {
+        const uvt::bad_alloc e(F, 3, "r", true);
+        EXPECT_GT(oom.live_blocks(), oom_before);
+        EXPECT_EQ(host().exceptions.attempts(), exceptions_before);
+        e.mark_processed();
+    }
+    EXPECT_EQ(oom.live_blocks(), oom_before);
+}
+
+TEST(BadAlloc, BuiltWithoutMemoryItStillKnowsNumberAndOrigin)
+{
+    auto& oom = host().oom;
+    const unsigned long live_before = oom.live_blocks();
+    for (unsigned long n = 1; n < 100; ++n) {
+        SCOPED_TRACE(n);
+        const unsigned long failures_before = oom.failures();
+        oom.fail_at(n);
+        {
+            const uvt::bad_alloc e(F, 4, "reason", true);
+            EXPECT_EQ(e.error_no(), 1000002);
+            EXPECT_EQ(e.line(), 4);
+            EXPECT_NE(e.what(), nullptr);
+            e.mark_processed();
+        }
+        oom.fail_at(0);
+        EXPECT_EQ(oom.live_blocks(), live_before);
+        if (oom.failures() == failures_before)
+            break;
+    }
+}
+
+TEST(BadAlloc, CaughtAsStdBadAllocWithTheSameWhat)
+{
+    const int before = notifications();
+    try {
+        throw_uvt_bad_allocation(F, 5);
+    } catch (const std::bad_alloc& e) {
+        const auto* uvt_e = dynamic_cast<const uvt::bad_alloc*>(&e);
+        ASSERT_NE(uvt_e, nullptr);
+        EXPECT_STREQ(e.what(), "Allocation failed $REASON$");
+        EXPECT_STREQ(e.what(), static_cast<const uvt::exception*>(uvt_e)->what());
+        EXPECT_EQ(uvt_e->line(), 5);
+        uvt_e->mark_processed();
+    }
+    EXPECT_EQ(notifications() - before, 1);
+}
+
+TEST(BadAlloc, ThrowBadAllocationNamesTheItems)
+{
+    const int before = notifications();
+    try {
+        uvt::impl::throwBadAllocation(12345);
+    } catch (const uvt::bad_alloc& e) {
+        EXPECT_STREQ(e.file().get(), "uvt/impl/memory");
+        EXPECT_EQ(e.line(), 451);
+        EXPECT_STREQ(e.get_msgarg_by_name("items: "), "12345");
+        EXPECT_STREQ(e.get_msgarg_by_name("REASON"), "");
+        e.mark_processed();
+    }
+    EXPECT_EQ(notifications() - before, 1);
+}
+
+TEST(BadNumaAlloc, ThrowsItselfThroughABaseReference)
+{
+    const uvt::bad_numa_alloc numa;
+    const uvt::bad_alloc& as_base = numa;
+    try {
+        uvt::tThrow(as_base);
+    } catch (const std::bad_alloc& e) {
+        EXPECT_NE(dynamic_cast<const uvt::bad_numa_alloc*>(&e), nullptr);
+    }
+}
+
+TEST(BadAlloc, TypeHeaders)
+{
+    uvt::bad_alloc e(F, 6, true);
+    e.set_allocation_failure_type(uvt::MALFUNCTION);
+    EXPECT_EQ(type_header(e), words({0xFACE0001, 0xFACADE34, 1}));
+    e.set_allocation_failure_type(static_cast<uvt::allocation_failure_type>(200));
+    EXPECT_EQ(type_header(e), words({0xFACE0001, 0xFACADE34, 200}));
+    EXPECT_EQ(type_header(uvt::bad_numa_alloc()), words({0xFACE001E, 0xFACADE01}));
+    e.mark_processed();
+}
+
+} // namespace
