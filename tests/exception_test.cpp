@@ -1,0 +1,720 @@
+// uvt::exception with a test host: layouts, status notes, the fixed text,
+// arguments, appended chains, the host callbacks, registration on the
+// thread, critical scopes, concurrency of shared payloads and the
+// allocation-failure sweep.
+
+#include "support/string_ostream.h"
+#include "support/test_allocator.h"
+#include "support/test_host.h"
+
+#include <uvt/exception>
+#include <uvt/exception_scope>
+#include <uvt/ext/buffer_stream>
+#include <uvt/impl/message_list>
+#include <uvt/stdexcept>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <barrier>
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+extern "C" uvt_extern::UvtImport* get_uvt_import() { return &uvt_test::test_host::instance(); }
+
+namespace {
+
+using uvt::exception;
+using uvt::message_argument;
+using uvt::message_replace;
+
+uvt_test::test_callbacks& host() { return uvt_test::test_host::instance().callbacks; }
+
+const char* const trace = "exception throw location:\n  <3 test frames>\n";
+
+// Every test starts with the default host behaviour and must return every
+// block of the exception allocator.
+class ExceptionTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        host().frames_to_capture = 3;
+        blocks_before_ = uvt_test::test_host::instance().exceptions.live_blocks();
+    }
+    void TearDown() override
+    {
+        EXPECT_EQ(uvt_test::test_host::instance().exceptions.live_blocks(), blocks_before_) << "leaked payload";
+        EXPECT_EQ(exception::get_first_registered(), nullptr) << "exception left registered";
+    }
+
+private:
+    unsigned long blocks_before_ = 0;
+};
+
+exception make(int error_no, const char* text, const char* file = "demo/unit.cpp", int line = 42)
+{
+    return exception(file, line, error_no, text, nullptr);
+}
+
+exception out_of_range_like(uvt::allocator& a)
+{
+    exception e(a, "demo/unit.cpp", 42, uvt__ERR_UVT_OUTOFRANGE(), nullptr);
+    e << message_argument<long>("IDX", 7) << message_argument<long>("BEG", 0) << message_argument<long>("END", 5);
+    return e;
+}
+
+std::string printed(const exception& e)
+{
+    uvt_test::string_ostream os;
+    e.print(os);
+    return os.str();
+}
+
+// --- layouts ---
+
+TEST_F(ExceptionTest, LongLayoutOfOneMessage)
+{
+    exception e = out_of_range_like(exception::default_allocator());
+    EXPECT_EQ(printed(e), std::string("exception  1: no.1000003  (demo/unit.cpp:42)\n"
+                                      "    Index 7 out of range [0, 5)\n") +
+                              trace);
+    EXPECT_TRUE(e.is_processed());
+}
+
+TEST_F(ExceptionTest, LongAndShortLayoutsOfAChainWithStackOptions)
+{
+    exception a = make(1, "first");
+    a << uvt::error_message("b.cpp", 2, 2, "second $S$") << message_argument<int>("S", 5);
+    exception b = make(3, "third", nullptr, 0);
+    a << b;
+    const std::string long_nodes[] = {"exception  1: no.1  (demo/unit.cpp:42)\n    first\n"
+                                      "exception  1: no.2  (b.cpp:2)\n    second 5\n",
+                                      "exception  2: no.3\n    third\n"};
+    const std::string short_nodes[] = {"exception 1: first\nexception 2: second 5\n", "exception 3: third\n"};
+    const struct {
+        bool no_stack, first_stack_only;
+        std::string long_text, short_text;
+    } rows[] = {
+        {false, false, long_nodes[0] + trace + long_nodes[1] + trace, short_nodes[0] + trace + short_nodes[1] + trace},
+        {false, true, long_nodes[0] + trace + long_nodes[1], short_nodes[0] + trace + short_nodes[1]},
+        {true, false, long_nodes[0] + long_nodes[1], short_nodes[0] + short_nodes[1]},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.no_stack << row.first_stack_only);
+        uvt_test::string_ostream os;
+        a.print_default(os, row.no_stack, row.first_stack_only);
+        EXPECT_EQ(os.str(), row.long_text);
+        os.clear_text();
+        a.print_short(os, row.no_stack, row.first_stack_only);
+        EXPECT_EQ(os.str(), row.short_text);
+    }
+}
+
+TEST_F(ExceptionTest, PrintingKeepsTheStreamFormatAndShowsHexNumbersUnsigned)
+{
+    exception e = make(-1, "text");
+    uvt_test::string_ostream os;
+    os << uvt::hex << uvt::left << uvt::setfill('*') << uvt::setprecision(3);
+    os.width(9);
+    const auto flags = os.flags();
+    e.print_default(os, true, false);
+    EXPECT_EQ(os.str(), "exception**1: no.ffffffff  (demo/unit.cpp:2a)\n    text\n");
+    EXPECT_EQ(os.flags(), flags);
+    EXPECT_EQ(os.fill(), '*');
+    EXPECT_EQ(os.width(), 9);
+    EXPECT_EQ(os.precision(), 3);
+}
+
+TEST_F(ExceptionTest, CustomPrinterReplacesTheLongLayout)
+{
+    exception e = make(1, "text");
+    e.set_printer([](const exception& x, uvt::basic_ostream<char>& os) { os << "custom " << x.error_no(); });
+    EXPECT_EQ(printed(e), "custom 1");
+    EXPECT_TRUE(e.is_processed());
+    uvt_test::string_ostream os;
+    e.print_default(os, true, false);
+    EXPECT_EQ(os.str(), "exception  1: no.1  (demo/unit.cpp:42)\n    text\n");
+}
+
+// --- throw locations and status notes ---
+
+TEST_F(ExceptionTest, ThrowLocationTexts)
+{
+    exception suppressed("f.cpp", 1, 1, "t", exception::CALLER_SUPPRESS_STACK_TRACE);
+    host().frames_to_capture = 0;
+    exception empty("f.cpp", 1, 1, "t", nullptr);
+    host().frames_to_capture = 3;
+    exception captured("f.cpp", 1, 1, "t", nullptr);
+    uvt_test::counting_allocator a;
+    a.fail_at(2);
+    exception stack_lost(a, "f.cpp", 1, uvt__ERR_UVT_LOGIC(), nullptr);
+    const struct {
+        const exception& e;
+        std::string block;
+        int frames;
+    } rows[] = {
+        {suppressed, "NO exception throw location recorded. Stack generation suppressed.\n", 0},
+        {empty, "NO exception throw location recorded. Stack generation system error.\n", 0},
+        {captured, trace, 3},
+        {stack_lost, "NO exception throw location recorded. Allocation of stack data failed.\n", 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.block);
+        uvt_test::string_ostream os;
+        row.e.print_stack(os);
+        EXPECT_EQ(os.str(), row.block);
+        void** frames = nullptr;
+        EXPECT_EQ(row.e.stack_trace(&frames), row.frames);
+        EXPECT_EQ(frames != nullptr, row.frames != 0);
+        row.e.mark_processed();
+    }
+}
+
+TEST_F(ExceptionTest, ReceivedStackTextAndUnexplainedStatus)
+{
+    uvt_test::counting_allocator a;
+    exception received(a, "f.cpp", 1, uvt__ERR_UVT_LOGIC(), exception::CALLER_SUPPRESS_STACK_TRACE);
+    // What a rebuilt exception holds: stack text instead of return addresses.
+    auto* d = const_cast<uvt::exception_data*>(received.data());
+    static const char text[] = "  frame 1\n  frame 2";
+    d->stack = std::memcpy(a.allocate(sizeof text), text, sizeof text);
+    d->frame_count = sizeof text - 1;
+    d->flags &= ~uvt::exception_data::local_stack;
+    uvt_test::string_ostream os;
+    received.print_stack(os);
+    EXPECT_EQ(os.str(), std::string(text) + "\n");
+    EXPECT_EQ(received.stack_trace(nullptr), 0);
+    received.mark_processed();
+
+    host().frames_to_capture = 0;
+    a.fail_at(3);  // the payload, the stack area, the first argument: status 8 becomes 1
+    exception lost(a, "f.cpp", 1, uvt__ERR_UVT_OUTOFRANGE(), nullptr);
+    lost << message_argument<int>("IDX", 1);
+    os.clear_text();
+    lost.print_stack(os);
+    EXPECT_EQ(os.str(), "NO exception throw location recorded. Bad alloc.code: 1\n");
+    lost.mark_processed();
+}
+
+TEST_F(ExceptionTest, StatusNotesAfterLostInformation)
+{
+    uvt_test::counting_allocator a;
+    // Allocation 1 is the payload, 2 the stack area, 3 the first argument.
+    a.fail_at(3);
+    exception lost_param(a, "f.cpp", 1, uvt__ERR_UVT_OUTOFRANGE(), nullptr);
+    lost_param << message_argument<int>("IDX", 1) << message_argument<int>("BEG", 2)
+               << uvt::error_message("g.cpp", 2, 9, "dropped");
+    uvt_test::string_ostream os;
+    lost_param.print_default(os, true, false);
+    EXPECT_EQ(os.str(), "exception  1: no.1000003  (f.cpp:1)\n    Index $IDX$ out of range [$BEG$, $END$); "
+                        "\"Bad allocation in exception parameter\" (code:1)\n");
+
+    a.fail_at(4);  // the payload, the stack area, "one", then "two"
+    exception lost_message(a, "f.cpp", 1, uvt__ERR_UVT_LOGIC(), nullptr);
+    lost_message << uvt::error_message("g.cpp", 2, 9, "one");
+    lost_message << uvt::error_message("g.cpp", 3, 9, "two") << message_argument<int>("X", 1);
+    os.clear_text();
+    lost_message.print_default(os, true, false);
+    EXPECT_EQ(os.str(), "exception  1: no.1000014  (f.cpp:1)\n    Logic error\n"
+                        "exception  1: no.9  (g.cpp:2)\n    one; \"Bad allocation in exception message\" (code:3)\n");
+
+    a.fail_at(2);
+    exception lost_stack(a, "f.cpp", 1, uvt__ERR_UVT_LOGIC(), nullptr);
+    lost_stack << message_argument<int>("X", 1);
+    os.clear_text();
+    lost_stack.print_short(os, false, false);
+    EXPECT_EQ(os.str(), "exception 1000014: Logic error; \"Bad allocation in exception callback trace\" (code:2)\n"
+                        "NO exception throw location recorded. Allocation of stack data failed.\n");
+}
+
+// --- the fixed text of an exception without payload ---
+
+TEST_F(ExceptionTest, FixedTextWhenThePayloadIsMissing)
+{
+    uvt_test::counting_allocator a;
+    a.fail_at(1);
+    const std::string long_file(70, 'd');
+    const std::string path = "/very/long/" + long_file + "/tail.cpp";
+    exception e(a, path.c_str(), 1234567, uvt__ERR_UVT_OUTOFRANGE(), nullptr);
+    e << message_argument<int>("IDX", 1) << uvt::error_message("x.cpp", 1, 1, "lost");
+    EXPECT_EQ(e.data(), nullptr);
+    EXPECT_EQ(e.error_no(), 1000003);
+    EXPECT_EQ(e.line(), 1234567);
+    EXPECT_STREQ(e.file().get(), path.c_str());
+
+    std::string expected = "exception: no.             (                                                "
+                           "                :      ). No further info because of bad allocation in "
+                           "exception object.";
+    ASSERT_EQ(expected.size(), 164u);
+    expected.replace(15, 11, "    1000003");
+    expected.replace(28, 64, path.substr(path.size() - 64));
+    expected.replace(93, 6, "234567");
+    EXPECT_EQ(e.what(), expected);
+    EXPECT_EQ(printed(e), expected + "\n");
+
+    a.fail_at(1);
+    exception small(a, "short.cpp", 7, uvt__ERR_UVT_LOGIC(), nullptr);
+    expected.replace(15, 11, "    1000014");
+    expected.replace(28, 64, std::string(55, ' ') + "short.cpp");
+    expected.replace(93, 6, "     7");
+    EXPECT_EQ(small.what(), expected);
+
+    uvt_test::string_ostream os;
+    small.print_stack(os);
+    EXPECT_EQ(os.str(), "NO exception throw location recorded. Allocation of exp.data failed.\n");
+    EXPECT_FALSE(small.is_processed());
+    EXPECT_FALSE(small == small) << "exceptions without payload are never equal";
+}
+
+// --- arguments ---
+
+TEST_F(ExceptionTest, ArgumentTexts)
+{
+    static const char bytes[] = "AB\x01\xff";
+    const std::string long_text(400, 'A');
+    std::string long_dump;
+    for (int i = 0; i < 341; ++i)
+        long_dump += i ? " 41" : "41";
+    const void* pointer = reinterpret_cast<const void*>(0x7f00beefUL);
+    const struct {
+        int line;
+        void (*add)(exception&, const void* pointer, const char* long_text);
+        std::string expected;
+    } rows[] = {
+        {__LINE__, [](exception& e, const void*, const char*) { e << message_argument<bool>("V", true); }, "true"},
+        {__LINE__, [](exception& e, const void*, const char*) { e << message_argument<bool>("V", false, true); }, "0"},
+        {__LINE__, [](exception& e, const void*, const char*) { e << message_argument<char>("V", -1); }, "-1"},
+        {__LINE__, [](exception& e, const void*, const char*) { e << message_argument<char>("V", -1, true); }, "0xff"},
+        {__LINE__, [](exception& e, const void*, const char*) { e << message_argument<unsigned char>("V", 200); }, "200"},
+        {__LINE__, [](exception& e, const void*, const char*) { e << message_argument<int>("V", INT_MIN); }, "-2147483648"},
+        {__LINE__, [](exception& e, const void*, const char*) { e << message_argument<int>("V", -2, true); }, "0xfffffffe"},
+        {__LINE__, [](exception& e, const void*, const char*) { e << message_argument<unsigned>("V", 0, true); }, "0x0"},
+        {__LINE__, [](exception& e, const void*, const char*) { e << message_argument<long>("V", LONG_MIN); },
+         "-9223372036854775808"},
+        {__LINE__, [](exception& e, const void*, const char*) { e << message_argument<unsigned long>("V", ULONG_MAX, true); },
+         "0xffffffffffffffff"},
+        {__LINE__, [](exception& e, const void* p, const char*) { e << uvt::msgarg_ptr("V", p); }, "0x7f00beef"},
+        {__LINE__, [](exception& e, const void*, const char*) { e << uvt::msgarg_text("V", "plain"); }, "plain"},
+        {__LINE__, [](exception& e, const void*, const char*) { e << uvt::msgarg_text("V", bytes, true); }, "41 42 01 FF"},
+        {__LINE__, [](exception& e, const void*, const char*) { e << uvt::msgarg_text("V", "", true); }, ""},
+        {__LINE__, [](exception& e, const void*, const char* t) { e << uvt::msgarg_text("V", t, true); },
+         long_dump},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << "row at line " << row.line);
+        exception e = make(1, "v=$V$");
+        row.add(e, pointer, long_text.c_str());
+        EXPECT_STREQ(e.get_msgarg_by_name("V"), row.expected.c_str());
+        e.mark_processed();
+    }
+}
+
+TEST_F(ExceptionTest, NullTextsAndNamesDefineNothing)
+{
+    exception e = make(1, "v");
+    e << uvt::msgarg_text("V", nullptr);
+    e.define_argument(nullptr, "x", false);
+    uvt_test::string_ostream os;
+    e.print_default(os, true, false);
+    EXPECT_EQ(os.str(), "exception  1: no.1  (demo/unit.cpp:42)\n    v\n");
+}
+
+TEST_F(ExceptionTest, ReplaceArgumentTakesThePlaceOfTheEarlierOne)
+{
+    exception e = make(1, "size $N$");
+    e << message_argument<int>("N", 1) << message_replace<int>("N", 2);
+    uvt_test::string_ostream os;
+    e.print_default(os, true, false);
+    EXPECT_EQ(os.str(), "exception  1: no.1  (demo/unit.cpp:42)\n    size 2\n");
+}
+
+TEST_F(ExceptionTest, ExceptionArgumentIsItsLongLayoutAndMarksItProcessed)
+{
+    exception inner = make(5, "inner");
+    exception outer = make(6, "outer");
+    outer << message_argument<exception>("CAUSE", inner);
+    EXPECT_TRUE(inner.is_processed());
+    EXPECT_FALSE(outer.is_processed());
+    EXPECT_EQ(printed(outer), std::string("exception  1: no.6  (demo/unit.cpp:42)\n    outer\n$CAUSE$=\n"
+                                          "exception  1: no.5  (demo/unit.cpp:42)\n    inner\n"
+                                          "exception throw location:\n  <3 test frames>\n") +
+                                  trace);
+}
+
+TEST_F(ExceptionTest, ArgumentsAreLookedUpAcrossTheChain)
+{
+    exception a = make(1, "a");
+    a << message_argument<int>("X", 1) << uvt::error_message("f.cpp", 1, 1, "second");
+    a << message_argument<int>("HIDDEN", 9);  // not in a first message
+    exception b = make(2, "b");
+    b << message_argument<int>("Y", 2) << message_argument<int>("X", 3);
+    a << b;
+    EXPECT_STREQ(a.get_msgarg_by_name("X"), "1");
+    EXPECT_STREQ(a.get_msgarg_by_name("Y"), "2");
+    EXPECT_STREQ(a.get_msgarg_by_name("HIDDEN"), "");
+    EXPECT_STREQ(a.get_msgarg_by_name("x"), "");
+    EXPECT_STREQ(a.get_msgarg_by_name(""), "");
+    EXPECT_STREQ(a.get_msgarg_by_name(nullptr), "");
+    a.mark_processed();
+}
+
+// --- readers ---
+
+TEST_F(ExceptionTest, ReadersIterationAndIdentity)
+{
+    exception a = make(1, "first $A$");
+    a << uvt::error_message("/other/f.cpp", 8, 2, "second");
+    EXPECT_EQ(a.error_no(), 1);
+    EXPECT_EQ(a.line(), 42);
+    EXPECT_STREQ(a.file().get(), "demo/unit.cpp");
+    EXPECT_STREQ(a.what(), "first $A$");
+    EXPECT_TRUE(a.is_identified_by(uvt::error_code(1, uvt::system_category())));
+    EXPECT_FALSE(a.is_processed());
+    std::vector<int> numbers;
+    for (const uvt::exception_node* n = a.begin(); n != a.end(); n = n->next)
+        numbers.push_back(n->error_no);
+    EXPECT_EQ(numbers, (std::vector<int>{1, 2}));
+    EXPECT_TRUE(a.is_processed());
+
+    exception copy = a;
+    exception other = make(1, "first $A$");
+    EXPECT_TRUE(copy == a);
+    EXPECT_TRUE(other != a);
+    other.mark_processed();
+
+    exception b = make(3, "b");
+    a << b;
+    EXPECT_FALSE(a.is_processed()) << "appending clears the processed flag";
+    exception next = a.get_next();
+    EXPECT_TRUE(a.is_processed());
+    EXPECT_TRUE(next == b);
+    EXPECT_EQ(next.get_next().data(), nullptr);
+}
+
+// --- host callbacks ---
+
+TEST_F(ExceptionTest, ForgottenOnceForTheLastUnprocessedCopy)
+{
+    const int before = host().forgotten;
+    {
+        exception e = make(11, "lost");
+        exception copy = e;
+        exception assigned = make(12, "other");
+        assigned.mark_processed();
+        assigned = e;
+    }
+    EXPECT_EQ(host().forgotten - before, 1);
+    EXPECT_EQ(host().last_error_no, 11);
+    {
+        exception e = make(13, "printed");
+        printed(e);
+    }
+    EXPECT_EQ(host().forgotten - before, 1);
+    {
+        exception e = make(14, "printed, then changed");
+        printed(e);
+        e << message_argument<int>("X", 1);
+    }
+    EXPECT_EQ(host().forgotten - before, 2);
+}
+
+TEST_F(ExceptionTest, DumpReportsCaught)
+{
+    const int before = host().caught;
+    exception e = make(15, "caught");
+    e.dump();
+    EXPECT_EQ(host().caught - before, 1);
+    EXPECT_EQ(host().last_error_no, 15);
+    EXPECT_TRUE(e.is_processed());
+}
+
+TEST_F(ExceptionTest, StoreTypeWritesTheTypeHeader)
+{
+    exception e = make(1, "x");
+    e.mark_processed();
+    uvt_test::string_ostream os;
+    e.store_type(os);
+    EXPECT_EQ(os.str(), std::string("\xFA\xCE\x00\x00\xFA\xCA\xDE\x01", 8));
+}
+
+// --- appended chains ---
+
+TEST_F(ExceptionTest, AppendingRefusesSecondChainsCyclesAndItself)
+{
+    exception a = make(1, "a");
+    exception b = make(2, "b");
+    exception c = make(3, "c");
+    a << b;
+    c << b;  // b is already appended to a
+    b << a;  // would close a cycle
+    a << a;
+    exception a_copy = a;
+    a << a_copy;
+    EXPECT_EQ(a.get_next().get_next().data(), nullptr);
+    uvt_test::string_ostream os;
+    c.print_short(os, true, false);
+    b.print_short(os, true, false);
+    a.print_short(os, true, false);
+    EXPECT_EQ(os.str(), "exception 3: c\nexception 2: b\nexception 1: a\nexception 2: b\n");
+}
+
+TEST_F(ExceptionTest, ChainsAreFreedInEitherOrder)
+{
+    for (bool head_first : {true, false}) {
+        SCOPED_TRACE(head_first);
+        uvt_test::counting_allocator alloc;
+        {
+            auto a = std::make_unique<exception>(alloc, "a.cpp", 1, uvt__ERR_UVT_LOGIC(), nullptr);
+            auto b = std::make_unique<exception>(alloc, "b.cpp", 2, uvt__ERR_UVT_RANGE(), nullptr);
+            exception c(alloc, "c.cpp", 3, uvt__ERR_UVT_DOMAIN(), nullptr);
+            *b << c;  // b -> c
+            *a << *b;  // a -> b -> c
+            a->mark_processed();
+            b->mark_processed();
+            c.mark_processed();
+            if (head_first) {
+                a.reset();
+                uvt_test::string_ostream os;
+                b->print_short(os, true, false);
+                EXPECT_EQ(os.str(), "exception 1000012: Range error\nexception 1000015: Domain error\n");
+            } else {
+                b.reset();
+                EXPECT_EQ(a->get_next().get_next().error_no(), 1000015);
+            }
+        }
+        EXPECT_EQ(alloc.live_blocks(), 0u);
+    }
+}
+
+// --- registration ---
+
+TEST_F(ExceptionTest, RegistrationKeepsTheHostListInOrder)
+{
+    exception a = make(1, "a");
+    exception b = make(2, "b");
+    exception c = make(3, "c");
+    a.register_on_thread();
+    b.register_on_thread();
+    c.register_on_thread();
+    EXPECT_FALSE(b.register_on_thread_());
+    EXPECT_EQ(exception::get_first_registered(), &c);
+    EXPECT_EQ(c.get_next_registered(), &b);
+    EXPECT_EQ(b.get_next_registered(), &a);
+    EXPECT_EQ(a.get_next_registered(), nullptr);
+
+    b.unregister_on_thread();  // from the middle
+    EXPECT_EQ(c.get_next_registered(), &a);
+    c.unregister_on_thread();  // the head
+    EXPECT_EQ(exception::get_first_registered(), &a);
+    a << c;  // appending unregisters
+    EXPECT_EQ(exception::get_first_registered(), &a);
+    a.unregister_on_thread();
+    EXPECT_EQ(exception::get_first_registered(), nullptr);
+    a.mark_processed();
+    b.mark_processed();
+    {
+        exception d = make(4, "d");
+        d.register_on_thread();
+        d.mark_processed();
+    }  // the destructor unregisters
+}
+
+TEST_F(ExceptionTest, UnregisteringAnExceptionTheHostLostIsReported)
+{
+    const int before = host().unhandled;
+    exception a = make(21, "lost by the host");
+    a.register_on_thread();
+    host().unregister_exception(a);  // the host forgets its list
+    a.unregister_on_thread();
+    EXPECT_EQ(host().unhandled - before, 1);
+    EXPECT_EQ(host().last_error_no, 21);
+    EXPECT_TRUE(a.register_on_thread_()) << "the word is reset";
+    a.unregister_on_thread();
+    a.mark_processed();
+}
+
+TEST_F(ExceptionTest, ThrowRegistersAndUnwindingUnregisters)
+{
+    try {
+        uvt::tThrow(uvt::out_of_range(__FILE__, __LINE__, 7, 0, 5));
+    } catch (const uvt::out_of_range& e) {
+        EXPECT_EQ(e.error_no(), 1000003);
+        e.mark_processed();
+    }
+    EXPECT_EQ(exception::get_first_registered(), nullptr);
+}
+
+using ExceptionDeathTest = ExceptionTest;
+
+TEST_F(ExceptionDeathTest, RegisteringTheHeadAgainAborts)
+{
+    EXPECT_DEATH(
+        {
+            exception e = make(1, "x");
+            host().register_exception(e);  // head without the object knowing
+            e.register_on_thread_();
+        },
+        "Infinite recursion on exc");
+}
+
+TEST_F(ExceptionDeathTest, ReturningThrowAborts)
+{
+    EXPECT_DEATH(uvt::impl::throw_check_base::throw_returned(), "Throwing an exception returned, aborting");
+}
+
+// --- critical scopes ---
+
+struct leaky_cleanup {
+    bool leak;
+    ~leaky_cleanup()
+    {
+        exception inner = make(31, "escaping");
+        inner.mark_processed();
+        uvt::impl::exception_scope_helper<true> scope;
+        if (leak)
+            inner.register_on_thread();
+    }
+};
+
+TEST_F(ExceptionTest, CriticalScopeReportsANewExceptionDuringUnwinding)
+{
+    for (bool leak : {false, true}) {
+        SCOPED_TRACE(leak);
+        const int before = host().unhandled;
+        try {
+            leaky_cleanup cleanup{leak};
+            throw 1;
+        } catch (int) {
+        }
+        EXPECT_EQ(host().unhandled - before, leak ? 1 : 0);
+    }
+    uvt::impl::exception_scope_helper<false> off;
+    EXPECT_FALSE(off.is_new_exception_pending());
+}
+
+TEST_F(ExceptionTest, UncaughtExceptionCheck)
+{
+    const int before = host().unhandled;
+    uvt::uncaught_exception_check(false);  // nothing in flight
+    EXPECT_EQ(host().unhandled - before, 0);
+    uvt::uncaught_exception_check(true);
+    EXPECT_EQ(host().unhandled - before, 1);
+    EXPECT_EQ(host().last_error_no, 1000001);
+    exception e = make(41, "registered");
+    e.register_on_thread();
+    uvt::uncaught_exception_check(true);
+    EXPECT_EQ(host().last_error_no, 41);
+    EXPECT_FALSE(uvt::uncaught_exception());
+    e.mark_processed();
+}
+
+// --- concurrency ---
+
+TEST_F(ExceptionTest, CopiesOnThreadsDropTheirReferencesConcurrently)
+{
+    const int before = host().forgotten;
+    constexpr int threads = 8, rounds = 20;
+    for (int round = 0; round < rounds; ++round) {
+        std::vector<exception> copies;
+        {
+            exception e = make(51, "shared");
+            exception tail = make(52, "tail");
+            tail.mark_processed();
+            e << tail;
+            copies.assign(threads, e);
+        }
+        std::atomic<bool> go{false};
+        std::vector<std::thread> workers;
+        for (const exception& copy : copies) {
+            workers.emplace_back([&go, c = copy]() {
+                while (!go)
+                    std::this_thread::yield();
+                exception local = c;
+            });
+        }
+        go = true;
+        copies.clear();  // races with the workers' copies
+        for (auto& w : workers)
+            w.join();
+    }
+    EXPECT_EQ(host().forgotten - before, rounds) << "one report per unprocessed exception";
+}
+
+TEST_F(ExceptionTest, ConcurrentAppendsLinkEveryPayloadOnce)
+{
+    constexpr int threads = 6;
+    exception head = make(60, "head");
+    exception contested = make(61, "contested");
+    contested.mark_processed();
+    std::vector<exception> heads(threads, head);
+    std::vector<exception> contested_copies(threads, contested);
+    std::vector<exception> own;
+    for (int i = 0; i < threads; ++i)
+        own.push_back(make(70 + i, "own"));
+    std::atomic<int> won{0};
+    std::barrier appended(threads);
+    std::vector<std::thread> workers;
+    for (int i = 0; i < threads; ++i) {
+        workers.emplace_back([&, i] {
+            heads[i] << own[i];  // all on one shared tail
+            exception other_head = make(80 + i, "other head");
+            other_head << contested_copies[i];  // only one chain may take it
+            appended.arrive_and_wait();
+            if (other_head.get_next().data())
+                ++won;
+        });
+    }
+    for (auto& w : workers)
+        w.join();
+    EXPECT_EQ(won, 1);
+    std::vector<int> chained;
+    for (exception e = head.get_next(); e.data(); e = e.get_next())
+        chained.push_back(e.error_no());
+    std::sort(chained.begin(), chained.end());
+    EXPECT_EQ(chained, (std::vector<int>{70, 71, 72, 73, 74, 75}));
+    for (auto& e : own)
+        e.mark_processed();
+}
+
+// --- allocation failures ---
+
+bool has_loss_note(const std::string& text)
+{
+    return text.find("Bad allocation in exception") != std::string::npos ||
+           text.find("bad allocation in exception object") != std::string::npos ||
+           text.find("NO exception throw location recorded.") != std::string::npos;
+}
+
+TEST_F(ExceptionTest, AllocationFailureSweepOverBuildingAppendingAndPrinting)
+{
+    std::string output;
+    const unsigned long points = uvt_test::sweep_allocation_failures(
+        [&output](uvt::allocator& a) {
+            exception e = out_of_range_like(a);
+            e << uvt::error_message("g.cpp", 2, 9, "second $S$") << uvt::msgarg_text("S", "text");
+            exception cause(a, "c.cpp", 3, uvt__ERR_UVT_LOGIC(), nullptr);
+            e << message_argument<exception>("CAUSE", cause);
+            exception appended(a, "d.cpp", 4, uvt__ERR_UVT_RANGE(), nullptr);
+            e << appended;
+            uvt::buffer_stream<4096> os;
+            e.print(os);
+            appended.print(os);  // shows what was lost when it could not be appended
+            output = os.c_str();
+            EXPECT_TRUE(e.is_processed() || !e.data());
+        },
+        [&output](bool threw) {
+            EXPECT_FALSE(threw);
+            EXPECT_TRUE(has_loss_note(output)) << "a failed allocation must leave a note:\n" << output;
+        });
+    EXPECT_GE(points, 12u);
+    EXPECT_FALSE(has_loss_note(output)) << output;
+    EXPECT_NE(output.find("Index 7 out of range [0, 5)"), std::string::npos) << output;
+    EXPECT_NE(output.find("second text"), std::string::npos) << output;
+}
+
+} // namespace

@@ -1,0 +1,292 @@
+// Placeholder expansion, the two expansion sinks, message_list, the block
+// sizes of messages and parameters, and exception behaviour without a host
+// object (this program defines no get_uvt_import).
+
+#include "support/string_ostream.h"
+#include "support/test_allocator.h"
+
+#include <uvt/exception>
+#include <uvt/impl/message_list>
+#include <uvt/new>
+#include <uvt/stdexcept>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+struct param {
+    const char* name;
+    const char* value;
+    bool replace = false;
+};
+
+struct expansion_case {
+    int line;
+    const char* text;
+    std::vector<param> params;
+    std::string streamed;  // through msg_write_stream
+    std::string bytes;     // through msg_byte_stream
+};
+
+std::string expand_to_stream(const uvt::exception_node& n)
+{
+    uvt_test::string_ostream os;
+    uvt::msg_write_stream out(os);
+    n.expand(out);
+    return os.str();
+}
+
+std::string expand_to_bytes(const uvt::exception_node& n, std::size_t size = 512)
+{
+    std::vector<char> buffer(size + 1, '#');
+    const std::size_t written = n.expand(buffer.data(), size);
+    EXPECT_EQ(buffer[written], '\0');
+    EXPECT_EQ(buffer[size], '#') << "written past the buffer";
+    return std::string(buffer.data(), written);
+}
+
+void build(uvt::message_list& list, const char* text, const std::vector<param>& params)
+{
+    list.new_message(text);
+    for (const param& p : params)
+        list.new_param(p.name, p.value, p.replace);
+}
+
+const std::vector<expansion_case> expansion_cases = {
+    {__LINE__, "Index $IDX$ out of range [$BEG$, $END$)", {{"IDX", "7"}, {"BEG", "0"}, {"END", "5"}},
+     "Index 7 out of range [0, 5)", "Index 7 out of range [0, 5)"},
+    {__LINE__, "Index $IDX$ out of range [$BEG$, $END$)", {{"END", "5"}, {"BEG", "0"}, {"IDX", "7"}},
+     "Index 7 out of range [0, 5)", "Index 7 out of range [0, 5)"},
+    {__LINE__, "Failed", {{"X", "1"}}, "Failed; $X$=1", "Failed; $X$=1"},
+    {__LINE__, "Failed", {{"X", "1"}, {"Y", "2"}}, "Failed; $X$=1; $Y$=2", "Failed; $X$=1; $Y$=2"},
+    {__LINE__, "Value $V$", {{"V", "1"}, {"V", "2", true}}, "Value 2", "Value 2"},
+    {__LINE__, "Value $V$", {{"V", "2", true}, {"V", "1"}}, "Value 2; $V$=1", "Value 2; $V$=1"},
+    {__LINE__, "$X$ $X$", {{"X", "a"}, {"X", "b", true}, {"X", "c", true}}, "b c", "b c"},
+    {__LINE__, "$X$ and $X$", {{"X", "1"}}, "1 and $X$", "1 and $X$"},
+    {__LINE__, "$X$ and $X$", {{"X", "1"}, {"X", "2"}}, "1 and 2", "1 and 2"},
+    {__LINE__, "$X$", {{"x", "1"}}, "$X$; $x$=1", "$X$; $x$=1"},
+    {__LINE__, "cost 5$", {}, "cost 5", "cost 5"},
+    {__LINE__, "a $B", {}, "a ", "a "},
+    {__LINE__, "a $$ b $X$", {{"X", "1"}}, "a ; $X$=1", "a ; $X$=1"},
+    {__LINE__, "$UNKNOWN$ stays", {}, "$UNKNOWN$ stays", "$UNKNOWN$ stays"},
+    {__LINE__, "$A$B$C", {{"B", "1"}}, "$A$B; $B$=1", "$A$B; $B$=1"},  // the closing "$" opens nothing
+    {__LINE__, "price \\$5", {}, "price $5", "price $5"},
+    {__LINE__, "\\$X\\$", {{"X", "1"}}, "$X$; $X$=1", "$X$; $X$=1"},
+    {__LINE__, "back\\\\slash \\n", {}, "back\\slash n", "back\\slash n"},
+    {__LINE__, "end\\", {}, "end", "end"},
+    {__LINE__, "", {{"X", ""}}, "; $X$=", "; $X$="},
+    {__LINE__, "Failed", {{"", "reason"}}, "Failed. reason", "Failed. reason"},
+    {__LINE__, "Failed", {{"", "done."}}, "Failed done.", "Failed. done."},
+    {__LINE__, "Failed", {{"X", "v  \r\n"}}, "Failed; $X$=v", "Failed; $X$=v  \r\n"},
+    {__LINE__, "Failed", {{"E", "l1\nl2\n"}}, "Failed\n$E$=\nl1\nl2\n", "Failed; $E$=l1\nl2\n"},
+    {__LINE__, "Failed", {{"E", "l1\nl2"}, {"F", "x"}, {"G", "y"}}, "Failed\n$E$=\nl1\nl2\n$F$=x; $G$=y",
+     "Failed; $E$=l1\nl2; $F$=x; $G$=y"},
+    {__LINE__, "Failed", {{"", "a\nb"}}, "Failed\na\nb\n", "Failed. a\nb"},
+};
+
+TEST(Expansion, TableThroughBothSinks)
+{
+    for (const expansion_case& c : expansion_cases) {
+        SCOPED_TRACE(testing::Message() << "row at line " << c.line);
+        uvt::message_list list(uvt::allocator::global_allocator());
+        build(list, c.text, c.params);
+        EXPECT_EQ(expand_to_stream(*list.first()), c.streamed);
+        EXPECT_EQ(expand_to_bytes(*list.first()), c.bytes);
+    }
+}
+
+TEST(Expansion, RepeatedExpansionGivesTheSameText)
+{
+    // Expansion reorders the parameter list; the order it leaves must
+    // expand to the same text again.
+    for (const expansion_case& c : expansion_cases) {
+        SCOPED_TRACE(testing::Message() << "row at line " << c.line);
+        uvt::message_list list(uvt::allocator::global_allocator());
+        build(list, c.text, c.params);
+        expand_to_stream(*list.first());
+        EXPECT_EQ(expand_to_stream(*list.first()), c.streamed);
+        EXPECT_EQ(expand_to_bytes(*list.first()), c.bytes);
+    }
+}
+
+TEST(Expansion, ByteStreamStopsAtThePieceThatDoesNotFit)
+{
+    uvt::message_list list(uvt::allocator::global_allocator());
+    build(list, "Index $IDX$ out of range", {{"IDX", "7"}, {"X", "1"}});
+    const struct {
+        std::size_t size;
+        const char* expected;
+    } rows[] = {
+        {1, ""},
+        {7, "Index "},   // "7" would be the 7th character: no room for the terminator
+        {8, "Index 7"},  // " out of range" does not fit; neither does the remainder
+        {25, "Index 7 out of range"},  // the remainder "; $X$=1" is all or nothing
+        {28, "Index 7 out of range; $X$=1"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.size);
+        EXPECT_EQ(expand_to_bytes(*list.first(), row.size), row.expected);
+    }
+    char untouched = '#';
+    EXPECT_EQ(list.first()->expand(&untouched, 0), 0u);
+    EXPECT_EQ(untouched, '#');
+}
+
+TEST(Expansion, NodeWithoutMessageWritesItsPlainText)
+{
+    alignas(8) unsigned char block[sizeof(uvt::exception_node) + 8];  // with room for an empty text
+    uvt::exception_node* n = uvt::exception_node::construct(block, nullptr, 0, 0, nullptr);
+    n->has_message = false;
+    n->plain_text = "plain $X$ \\$";
+    EXPECT_EQ(expand_to_stream(*n), "plain $X$ \\$");
+    EXPECT_EQ(expand_to_bytes(*n), "plain $X$ \\$");
+}
+
+TEST(MessageList, ParameterWithoutMessageThrowsNullPointer)
+{
+    uvt::message_list list(uvt::allocator::global_allocator());
+    try {
+        list.new_param("X", "1", false);
+        FAIL() << "no exception";
+    } catch (const uvt::null_pointer& e) {
+        EXPECT_STREQ(e.what(), "Message is does not exist. Cannot create parameter");
+        e.mark_processed();
+    }
+}
+
+TEST(MessageList, ParametersGoToTheLastMessageAndEverythingIsFreed)
+{
+    uvt_test::counting_allocator a;
+    {
+        uvt::message_list list(a);
+        build(list, "first $A$", {{"A", "1"}});
+        build(list, "second $A$", {{"A", "2"}});
+        ASSERT_NE(list.first()->next, nullptr);
+        EXPECT_EQ(expand_to_stream(*list.first()), "first 1");
+        EXPECT_EQ(expand_to_stream(*list.first()->next), "second 2");
+        EXPECT_EQ(a.live_blocks(), 4u);
+    }
+    EXPECT_EQ(a.live_blocks(), 0u);
+}
+
+TEST(MessageList, AllocationFailuresThrowBadAllocWithoutLeaking)
+{
+    const unsigned long points = uvt_test::sweep_allocation_failures(
+        [](uvt::allocator& a) {
+            uvt::message_list list(a);
+            build(list, "one $A$", {{"A", "1"}, {"B", "2"}});
+            build(list, nullptr, {{"C", "3"}});
+        },
+        [](bool threw) { EXPECT_TRUE(threw); });
+    EXPECT_EQ(points, 5u);
+}
+
+TEST(BlockSizes, MessagesParametersAndPayloads)
+{
+    const struct {
+        int line;
+        const char* text;
+        unsigned long node_bytes;
+        unsigned long payload_bytes;
+    } messages[] = {
+        {__LINE__, nullptr, 64, 135},
+        {__LINE__, "", 64, 135},
+        {__LINE__, "1234567", 64, 135},
+        {__LINE__, "12345678", 72, 143},
+        {__LINE__, "123456789012345", 72, 143},
+    };
+    const struct {
+        int line;
+        const char* value;
+        unsigned long bytes;
+    } params[] = {
+        {__LINE__, nullptr, 40}, {__LINE__, "", 40}, {__LINE__, "1234567", 40}, {__LINE__, "12345678", 41},
+    };
+    for (const auto& m : messages) {
+        SCOPED_TRACE(testing::Message() << "row at line " << m.line);
+        uvt_test::counting_allocator a;
+        {
+            uvt::message_list list(a);
+            list.new_message(m.text);
+            EXPECT_EQ(a.live_bytes(), m.node_bytes);
+        }
+        const uvt::impl::ErrorCodeImpl ec(1, m.text, &uvt::generic_category(), "SIZE");
+        uvt::exception e(a, "f.cpp", 1, ec, uvt::exception::CALLER_SUPPRESS_STACK_TRACE);
+        EXPECT_EQ(a.live_bytes(), m.payload_bytes);
+        e.mark_processed();
+    }
+    for (const auto& p : params) {
+        SCOPED_TRACE(testing::Message() << "row at line " << p.line);
+        uvt_test::counting_allocator a;
+        uvt::message_list list(a);
+        list.new_message("m");
+        const unsigned long before = a.live_bytes();
+        list.new_param("N", p.value, false);
+        EXPECT_EQ(a.live_bytes() - before, p.bytes);
+    }
+}
+
+// Hands out blocks 8 bytes past a 16-byte boundary.
+class misaligning_allocator : public uvt_test::counting_allocator {
+public:
+    void* allocateNoThrowImpl(unsigned long size, const void* caller) override
+    {
+        auto* p = static_cast<char*>(counting_allocator::allocateNoThrowImpl(size + 8, caller));
+        return p ? p + 8 : nullptr;
+    }
+    void deallocateImpl(void* p, const void* caller) override
+    {
+        counting_allocator::deallocateImpl(p ? static_cast<char*>(p) - 8 : nullptr, caller);
+    }
+};
+
+TEST(BlockSizes, PayloadIsAlignedInsideItsBlockAndFreedFromItsStart)
+{
+    misaligning_allocator a;
+    {
+        uvt::exception e(a, "f.cpp", 1, uvt::error_code(1, uvt::generic_category()), nullptr);
+        ASSERT_NE(e.data(), nullptr);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(e.data()) % 16, 0u);
+        e.mark_processed();
+    }
+    EXPECT_EQ(a.live_blocks(), 0u);
+}
+
+// --- exceptions without a host object ---
+
+uvt::exception plain(const char* text = "text")
+{
+    return uvt::exception("demo/unit.cpp", 42, 7, text, nullptr);
+}
+
+TEST(NoHost, StackCaptureYieldsStatusEightAndNoNote)
+{
+    uvt::exception e = plain();
+    uvt_test::string_ostream os;
+    e.print(os);
+    EXPECT_EQ(os.str(), "exception  1: no.7  (demo/unit.cpp:42)\n    text\n"
+                        "NO exception throw location recorded. Stack generation system error.\n");
+    EXPECT_EQ(e.begin()->status, uvt::exception_node::stack_empty);
+    void** frames = reinterpret_cast<void**>(&os);
+    EXPECT_EQ(e.stack_trace(&frames), 0);
+    EXPECT_EQ(frames, nullptr);
+}
+
+TEST(NoHost, RegistrationOnlyMarksTheObject)
+{
+    uvt::exception e = plain();
+    EXPECT_EQ(uvt::exception::get_first_registered(), nullptr);
+    EXPECT_TRUE(e.register_on_thread_());
+    EXPECT_FALSE(e.register_on_thread_());
+    EXPECT_EQ(uvt::exception::get_first_registered(), nullptr);
+    EXPECT_EQ(e.get_next_registered(), nullptr);
+    e.unregister_on_thread();
+    EXPECT_TRUE(e.register_on_thread_()) << "the word is back at 'not registered'";
+    e.unregister_on_thread();
+    e.mark_processed();
+}
+
+} // namespace
