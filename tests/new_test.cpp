@@ -1,6 +1,7 @@
 // Allocation failures: bad_alloc's constructors and host notification, the
 // out-of-memory allocator behind it, failure-type texts, bad_numa_alloc and
 // the throw entry points.
+#include "support/type_header.h"
 #include <uvt/ios>
 #include <uvt/new>
 #include <uvt/strstream>
@@ -35,6 +36,9 @@ extern "C" uvt_extern::UvtImport* get_uvt_import() { return &host(); }
 
 namespace {
 
+using uvt_test::type_header;
+using uvt_test::words;
+
 constexpr const char* F = "f.cpp";
 
 int notifications() { return host().callbacks.out_of_memory.load(); }
@@ -44,22 +48,6 @@ std::string streamed(uvt::allocation_failure_type t)
     uvt::ostrstream os(uvt::allocator::global_allocator());
     os << t;
     return os.c_str();
-}
-
-std::vector<unsigned char> type_header(const uvt::exception& e)
-{
-    uvt::ostrstream os(uvt::allocator::global_allocator());
-    e.store_type(os);
-    return {os.c_str(), os.c_str() + os.size()};
-}
-
-std::vector<unsigned char> words(std::initializer_list<std::uint32_t> ws)
-{
-    std::vector<unsigned char> bytes;
-    for (std::uint32_t w : ws)
-        for (int shift = 24; shift >= 0; shift -= 8)
-            bytes.push_back(static_cast<unsigned char>(w >> shift));
-    return bytes;
 }
 
 TEST(AllocationFailureType, TextsOfKnownAndUnexpectedValues)

@@ -1,6 +1,7 @@
 // The exception classes and throw helpers: each one thrown, caught as its
 // bases, with its error number, type number, expanded message and type
 // header; their behaviour when the exception allocator fails.
+#include "support/type_header.h"
 #include <uvt/exception>
 #include <uvt/ios>
 #include <uvt/stdexcept>
@@ -21,6 +22,9 @@ namespace {
 
 using namespace uvt::regex_constants;
 
+using uvt_test::type_header;
+using uvt_test::words;
+
 constexpr const char* F = "f.cpp";
 
 // The message of `e` with its placeholders expanded (short layout, no stack).
@@ -33,22 +37,6 @@ std::string expanded(const uvt::exception& e)
     while (!s.empty() && s.back() == '\n')
         s.pop_back();
     return s;
-}
-
-std::vector<unsigned char> type_header(const uvt::exception& e)
-{
-    uvt::ostrstream os(uvt::allocator::global_allocator());
-    e.store_type(os);
-    return {os.c_str(), os.c_str() + os.size()};
-}
-
-std::vector<unsigned char> words(std::initializer_list<std::uint32_t> ws)
-{
-    std::vector<unsigned char> bytes;
-    for (std::uint32_t w : ws)
-        for (int shift = 24; shift >= 0; shift -= 8)
-            bytes.push_back(static_cast<unsigned char>(w >> shift));
-    return bytes;
 }
 
 template <class Base>

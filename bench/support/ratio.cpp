@@ -19,7 +19,7 @@ public:
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs)
             if (run.run_type == Run::RT_Iteration || run.aggregate_name == "median")
-                times[run.benchmark_name()] = run.GetAdjustedRealTime();
+                times[run.run_name.str()] = run.GetAdjustedRealTime();
     }
     std::map<std::string, double> times;
 };
@@ -61,6 +61,20 @@ void print_ratios(const std::map<std::string, double>& times)
 
 int run_with_ratios(int argc, char** argv)
 {
+    // Unless told otherwise, repeat every benchmark with the repetitions of
+    // all benchmarks interleaved and compare medians: the machine's load then
+    // hits library and anchor alike.
+    std::vector<char*> args(argv, argv + argc);
+    bool repetitions_given = false;
+    for (char* arg : args)
+        repetitions_given |= std::string(arg).rfind("--benchmark_repetitions", 0) == 0;
+    static char repetitions[] = "--benchmark_repetitions=7";
+    static char interleave[] = "--benchmark_enable_random_interleaving=true";
+    static char aggregates[] = "--benchmark_report_aggregates_only=true";
+    if (!repetitions_given)
+        args.insert(args.begin() + 1, {repetitions, interleave, aggregates});
+    argc = int(args.size());
+    argv = args.data();
     benchmark::Initialize(&argc, argv);
     collecting_reporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);

@@ -67,6 +67,13 @@ unsigned long UvtMallocAllocator::getAlignmentSize() const { return alignment_; 
 
 void* UvtMallocAllocator::allocateNoThrowImpl(unsigned long size, const void* caller)
 {
+    if (__builtin_expect(alignment_ != 0 || malfunctionCounterSet(), 0))
+        return allocateSlowly(size, caller);
+    return std::malloc(size);
+}
+
+__attribute__((noinline)) void* UvtMallocAllocator::allocateSlowly(unsigned long size, const void* caller)
+{
     if (alignment_)
         return allocateAlignedNoThrowImpl(size, alignment_, caller);
     if (reportAllocationAndHandleFailingModeDueToMalfunctionStartCounter())

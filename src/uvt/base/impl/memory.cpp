@@ -152,7 +152,7 @@ void allocator::setMalfunctionStartCounter(unsigned int n)
     __atomic_store_n(&malfunction_counter_, n, __ATOMIC_RELAXED);
 }
 
-bool allocator::reportAllocationAndHandleFailingModeDueToMalfunctionStartCounter()
+bool allocator::countDownMalfunction()
 {
     unsigned int n = __atomic_load_n(&malfunction_counter_, __ATOMIC_RELAXED);
     for (;;) {
