@@ -172,6 +172,9 @@ void allocator::throwBadAllocProvokedByMalFunction(unsigned long size, unsigned 
                                                    const void* caller)
 {
     throwBadAlloc(size, alignment, memory_file, line, caller);
+    // Overriders are [[noreturn]] too, but the compiler cannot see through
+    // the virtual call.
+    __builtin_unreachable();
 }
 
 allocator* allocator::getNonTempParentAllocator()
