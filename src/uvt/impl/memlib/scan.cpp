@@ -1,0 +1,187 @@
+// String lengths and the copies and concatenations built on them.
+//
+// The scans read aligned 16-byte blocks, starting with the block that holds
+// the first character and discarding the bytes before it, so that no read
+// crosses into a page the string does not touch. strlen and wcslen test four
+// blocks at a time once they reach a 64-byte boundary.
+
+#include "memlib_internal.h"
+
+namespace uvt::impl::memlib {
+namespace {
+
+std::uint32_t byteMask(__m128i equal) noexcept
+{
+    return static_cast<std::uint32_t>(_mm_movemask_epi8(equal));
+}
+
+// Element-size specific parts: one mask bit per byte, set for every byte of
+// a zero element.
+template <class C>
+struct zero_elements;
+
+template <>
+struct zero_elements<char> {
+    static std::uint32_t in(__m128i v) noexcept { return byteMask(_mm_cmpeq_epi8(v, _mm_setzero_si128())); }
+    static bool inAny(__m128i a, __m128i b, __m128i c, __m128i d) noexcept
+    {
+        return in(_mm_min_epu8(_mm_min_epu8(a, b), _mm_min_epu8(c, d))) != 0;
+    }
+};
+
+template <>
+struct zero_elements<wchar_t> {
+    static_assert(sizeof(wchar_t) == 4);
+    static __m128i equal(__m128i v) noexcept { return _mm_cmpeq_epi32(v, _mm_setzero_si128()); }
+    static std::uint32_t in(__m128i v) noexcept { return byteMask(equal(v)); }
+    static bool inAny(__m128i a, __m128i b, __m128i c, __m128i d) noexcept
+    {
+        return byteMask(_mm_or_si128(_mm_or_si128(equal(a), equal(b)), _mm_or_si128(equal(c), equal(d)))) != 0;
+    }
+};
+
+template <class C>
+UVT_MEMLIB_RAW std::uint32_t zerosIn(const char* block) noexcept
+{
+    return zero_elements<C>::in(_mm_load_si128(reinterpret_cast<const __m128i*>(block)));
+}
+
+std::size_t misalignment(const void* p) noexcept
+{
+    return reinterpret_cast<std::uintptr_t>(p) & 15;
+}
+
+// Length in elements of the string at s, whose elements are aligned.
+template <class C>
+UVT_MEMLIB_RAW std::size_t alignedLength(const C* s) noexcept
+{
+    const char* const start = reinterpret_cast<const char*>(s);
+    const char* block = start - misalignment(start);
+    std::uint32_t zeros = zerosIn<C>(block) >> misalignment(start);
+    if (zeros != 0)
+        return __builtin_ctz(zeros) / sizeof(C);
+    for (block += 16; (reinterpret_cast<std::uintptr_t>(block) & 63) != 0; block += 16)
+        if ((zeros = zerosIn<C>(block)) != 0)
+            return (block - start + __builtin_ctz(zeros)) / sizeof(C);
+    for (;; block += 64) {
+        const auto* v = reinterpret_cast<const __m128i*>(block);
+        if (zero_elements<C>::inAny(_mm_load_si128(v), _mm_load_si128(v + 1), _mm_load_si128(v + 2),
+                                    _mm_load_si128(v + 3)))
+            break;
+    }
+    for (;; block += 16)
+        if ((zeros = zerosIn<C>(block)) != 0)
+            return (block - start + __builtin_ctz(zeros)) / sizeof(C);
+}
+
+// Length in elements, at most maxlen; reads no block beyond the one holding
+// element maxlen - 1.
+template <class C>
+UVT_MEMLIB_RAW std::size_t alignedBoundedLength(const C* s, std::size_t maxlen) noexcept
+{
+    if (maxlen == 0)
+        return 0;
+    const char* const start = reinterpret_cast<const char*>(s);
+    const char* block = start - misalignment(start);
+    std::uint32_t zeros = zerosIn<C>(block) >> misalignment(start);
+    std::size_t before = 0;  // elements ahead of the block being tested
+    std::size_t seen = (16 - misalignment(start)) / sizeof(C);
+    while (zeros == 0 && seen < maxlen) {
+        block += 16;
+        before = seen;
+        seen += 16 / sizeof(C);
+        zeros = zerosIn<C>(block);
+    }
+    const std::size_t length = zeros == 0 ? maxlen : before + __builtin_ctz(zeros) / sizeof(C);
+    return length < maxlen ? length : maxlen;
+}
+
+// Wide strings whose elements are not 4-byte aligned cannot be scanned by
+// aligned blocks; they are measured one element at a time.
+bool wideElementsAligned(const wchar_t* s) noexcept
+{
+    return (reinterpret_cast<std::uintptr_t>(s) & (sizeof(wchar_t) - 1)) == 0;
+}
+
+UVT_MEMLIB_RAW std::size_t unalignedWideLength(const wchar_t* s, std::size_t maxlen) noexcept
+{
+    using element = scalar_of<sizeof(wchar_t)>::type;
+    const char* p = reinterpret_cast<const char*>(s);
+    std::size_t n = 0;
+    while (n < maxlen && *reinterpret_cast<const element*>(p + n * sizeof(wchar_t)) != 0)
+        ++n;
+    return n;
+}
+
+} // namespace
+} // namespace uvt::impl::memlib
+
+using namespace uvt::impl::memlib;
+
+extern "C" UVT_MEMLIB_RAW std::size_t uvt_memlib_strlen(const char* s) noexcept
+{
+    return alignedLength(s);
+}
+
+extern "C" UVT_MEMLIB_RAW std::size_t uvt_memlib_strnlen(const char* s, std::size_t maxlen) noexcept
+{
+    return alignedBoundedLength(s, maxlen);
+}
+
+extern "C" UVT_MEMLIB_RAW std::size_t uvt_memlib_wcslen(const wchar_t* s) noexcept
+{
+    return wideElementsAligned(s) ? alignedLength(s) : unalignedWideLength(s, ~std::size_t{0});
+}
+
+extern "C" UVT_MEMLIB_RAW std::size_t uvt_memlib_wcsnlen(const wchar_t* s, std::size_t maxlen) noexcept
+{
+    return wideElementsAligned(s) ? alignedBoundedLength(s, maxlen) : unalignedWideLength(s, maxlen);
+}
+
+extern "C" char* uvt_memlib_strcpy(char* dst, const char* src) noexcept
+{
+    uvt_memlib_memcpy(dst, src, uvt_memlib_strlen(src) + 1);
+    return dst;
+}
+
+extern "C" char* uvt_memlib_strcat(char* dst, const char* src) noexcept
+{
+    uvt_memlib_strcpy(dst + uvt_memlib_strlen(dst), src);
+    return dst;
+}
+
+extern "C" wchar_t* uvt_memlib_wcscpy(wchar_t* dst, const wchar_t* src) noexcept
+{
+    uvt_memlib_memcpy(dst, src, (uvt_memlib_wcslen(src) + 1) * sizeof(wchar_t));
+    return dst;
+}
+
+extern "C" wchar_t* uvt_memlib_wcscat(wchar_t* dst, const wchar_t* src) noexcept
+{
+    uvt_memlib_wcscpy(dst + uvt_memlib_wcslen(dst), src);
+    return dst;
+}
+
+namespace uvt::impl {
+std::size_t strlen_impl(const char* s) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_strlen);
+std::size_t strnlen_impl(const char* s, std::size_t maxlen) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_strnlen);
+std::size_t wcslen_impl(const wchar_t* s) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_wcslen);
+std::size_t wcsnlen_impl(const wchar_t* s, std::size_t maxlen) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_wcsnlen);
+char* strcpy_impl(char* dst, const char* src) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_strcpy);
+char* strcat_impl(char* dst, const char* src) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_strcat);
+wchar_t* wcscpy_impl(wchar_t* dst, const wchar_t* src) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_wcscpy);
+wchar_t* wcscat_impl(wchar_t* dst, const wchar_t* src) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_wcscat);
+} // namespace uvt::impl
+
+#if UVT_EXPORT_C_MEMLIB
+extern "C" {
+UVT_API std::size_t strlen(const char* s) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_strlen);
+UVT_API std::size_t strnlen(const char* s, std::size_t maxlen) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_strnlen);
+UVT_API std::size_t wcslen(const wchar_t* s) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_wcslen);
+UVT_API std::size_t wcsnlen(const wchar_t* s, std::size_t maxlen) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_wcsnlen);
+UVT_API char* strcpy(char* dst, const char* src) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_strcpy);
+UVT_API char* strcat(char* dst, const char* src) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_strcat);
+UVT_API wchar_t* wcscpy(wchar_t* dst, const wchar_t* src) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_wcscpy);
+UVT_API wchar_t* wcscat(wchar_t* dst, const wchar_t* src) noexcept UVT_MEMLIB_ALIAS_OF(uvt_memlib_wcscat);
+}
+#endif

@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# The memory primitives must never call themselves or one another through
+# the PLT. g++ may turn a byte loop into a call of memcpy, memset or strlen;
+# inside the library's own memcpy such a call would come straight back (the
+# exported name resolves to the library), and inside the others it would
+# hand the work to whatever the process binds the C name to. Checks the
+# disassembly of every function of the memory primitives in the built shared
+# object: no call or jump to a PLT entry other than getenv and raise, and no
+# call of a function's own entry.
+set -euo pipefail
+lib=$1
+
+c_names='memcpy|memmove|memset|strlen|strnlen|wcslen|wcsnlen|strcpy|strcat|wcscpy|wcscat'
+internal="($c_names|strncpy)_impl|__[a-z]+_chk|cpuInstructionSet|cpuLevelFromFeatures|dispatchInstructionSet|memlibDispatch"
+pattern="^($c_names|uvt_memlib_[a-z]+|_ZN3uvt4impl6memlib.*|_ZN3uvt4impl[0-9]+($internal)E.*)\$"
+
+objdump -d --no-show-raw-insn "$lib" | awk -v pattern="$pattern" '
+    /^[0-9a-f]+ <[^>]+>:$/ {
+        name = substr($2, 2, length($2) - 3)
+        inside = name ~ pattern
+        functions += inside
+        next
+    }
+    inside && $2 ~ /^(call|jmp)/ {
+        target = $NF
+        if (target ~ /@plt>$/ && target !~ /^<(getenv|raise)@plt>$/) { print name ": " $0; bad++ }
+        if (target == "<" name ">") { print name " calls itself: " $0; bad++ }
+    }
+    END {
+        if (functions < 100) { print "only " functions " functions of the memory primitives found"; exit 1 }
+        if (bad) exit 1
+        print functions " functions of the memory primitives checked"
+    }'
