@@ -3,6 +3,7 @@
 // defines it as a named argument of the current message.
 
 #include <uvt/exception>
+#include <uvt/impl/dtoa>
 #include <uvt/impl/message_list>
 #include <uvt/strstream>
 
@@ -87,6 +88,19 @@ exception& operator<<(exception& e, const message_arg_base<int>& a) { return def
 exception& operator<<(exception& e, const message_arg_base<unsigned int>& a) { return define_integer(e, a); }
 exception& operator<<(exception& e, const message_arg_base<long>& a) { return define_integer(e, a); }
 exception& operator<<(exception& e, const message_arg_base<unsigned long>& a) { return define_integer(e, a); }
+
+exception& operator<<(exception& e, const message_arg_base<double>& a)
+{
+    char buffer[dtoa_buffer_size];
+    const char* text = dtoa(a.value, 12, buffer, sizeof buffer);
+    e.define_argument(a.name, text ? text : "NaN", a.replace);
+    return e;
+}
+
+exception& operator<<(exception& e, const message_arg_base<float>& a)
+{
+    return e << message_arg_base<double>{a.name, a.value, a.option, a.replace};
+}
 
 exception& operator<<(exception& e, const message_arg_base<const void*>& a)
 {

@@ -5,6 +5,9 @@
 #include <uvt/impl/message_list>
 #include <uvt/import>
 #include <uvt/ios>
+#include <uvt/new>
+#include <uvt/string>
+#include <uvt/strstream>
 
 #include <cstring>
 
@@ -185,6 +188,15 @@ const char* exception::what() const noexcept
 {
     const exception_node* n = first_node_();
     return n ? n->text() : bad_allocation_text_();
+}
+
+basic_string<char> exception::what(allocator& a, bool no_stack) const
+{
+    ostrstream os(a);
+    print_short(os, no_stack, false);
+    if (os.bad())
+        tThrow(bad_alloc(__FILE__, __LINE__, false));
+    return basic_string<char>(os.c_str(), os.size(), a);
 }
 
 void exception::print_(basic_ostream<char>& os, layout_ form, bool no_stack, bool first_stack_only) const

@@ -3,32 +3,53 @@
 
 #include <uvt/impl/error_code>
 #include <uvt/ios>
+#include <uvt/string>
 #include <uvt/system_error>
+
+#include <cstring>
 
 namespace uvt {
 
 namespace {
 
-// The three categories: single objects in static storage, built before any
-// code runs (constant initialisation), so an error code may name them from
-// any static initialiser.
+// The three categories and their names: objects in static storage, built
+// before any code runs (constant initialisation), so an error code may name
+// them from any static initialiser. The names are read-only views of the
+// literals.
+
+constinit const string generic_name(string_retval("generic"));
+constinit const string system_name(string_retval("system"));
+constinit const string iostream_name(string_retval("iostream"));
+
+// The platform's text for n, viewed where the C library keeps it.
+string platform_message(int n)
+{
+    return string(string_retval(std::strerror(n)));
+}
 
 class GenericErrorCategory final : public error_category {
 public:
     constexpr GenericErrorCategory() = default;
-    const char* name() const noexcept override { return "generic"; }
+    const char* name() const noexcept override { return generic_name.c_str(); }
+    string message(int n) const override { return platform_message(n); }
 };
 
 class SystemErrorCategory final : public error_category {
 public:
     constexpr SystemErrorCategory() = default;
-    const char* name() const noexcept override { return "system"; }
+    const char* name() const noexcept override { return system_name.c_str(); }
+    string message(int n) const override { return platform_message(n); }
 };
 
 class IostreamErrorCategory final : public error_category {
 public:
     constexpr IostreamErrorCategory() = default;
-    const char* name() const noexcept override { return "iostream"; }
+    const char* name() const noexcept override { return iostream_name.c_str(); }
+    string message(int n) const override
+    {
+        return n == static_cast<int>(io_errc::stream) ? string(string_retval("iostream stream error"))
+                                                      : platform_message(n);
+    }
 };
 
 constinit GenericErrorCategory generic_instance;
@@ -44,6 +65,11 @@ const error_category& iostream_category() noexcept { return iostream_instance; }
 // --- error_category ---
 
 error_category::~error_category() = default;
+
+string error_category::message(int) const
+{
+    return string(string_retval(nullptr));
+}
 
 error_condition error_category::default_error_condition(int code) const noexcept
 {
@@ -86,6 +112,11 @@ basic_ostream<char>& operator<<(basic_ostream<char>& os, const error_code& ec)
 
 error_condition::error_condition() noexcept : value_(0), category_(&generic_category()) {}
 
+string error_condition::message() const
+{
+    return category_->message(value_);
+}
+
 error_code make_error_code(errc e) noexcept { return error_code(static_cast<int>(e), generic_category()); }
 error_code make_error_code(io_errc e) noexcept { return error_code(static_cast<int>(e), iostream_category()); }
 
@@ -105,6 +136,16 @@ UVT_DEFINE_EXCEPTION_CLASS(system_error)
 
 system_error::system_error(const char* file, int line, int value, const error_category& category)
     : runtime_error(file, line, error_code(value, category), __builtin_return_address(0))
+{}
+
+system_error::system_error(const char* file, int line, const error_code& ec, const string& what)
+    : runtime_error(file, line, ec.value(), what.c_str(), __builtin_return_address(0))
+{}
+
+// The number alone identifies the failure; the category adds nothing that
+// `what` does not say.
+system_error::system_error(const char* file, int line, int value, const error_category&, const string& what)
+    : runtime_error(file, line, value, what.c_str(), __builtin_return_address(0))
 {}
 
 } // namespace uvt
