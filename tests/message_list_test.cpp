@@ -87,7 +87,9 @@ const std::vector<expansion_case> expansion_cases = {
     {__LINE__, "Failed", {{"", "a\nb"}}, "Failed\na\nb\n", "Failed. a\nb"},
 };
 
-TEST(Expansion, TableThroughBothSinks)
+// Expansion reorders the parameter list; the order it leaves must expand to
+// the same text again, through either sink.
+TEST(Expansion, TableThroughBothSinksAndAgain)
 {
     for (const expansion_case& c : expansion_cases) {
         SCOPED_TRACE(testing::Message() << "row at line " << c.line);
@@ -95,20 +97,8 @@ TEST(Expansion, TableThroughBothSinks)
         build(list, c.text, c.params);
         EXPECT_EQ(expand_to_stream(*list.first()), c.streamed);
         EXPECT_EQ(expand_to_bytes(*list.first()), c.bytes);
-    }
-}
-
-TEST(Expansion, RepeatedExpansionGivesTheSameText)
-{
-    // Expansion reorders the parameter list; the order it leaves must
-    // expand to the same text again.
-    for (const expansion_case& c : expansion_cases) {
-        SCOPED_TRACE(testing::Message() << "row at line " << c.line);
-        uvt::message_list list(uvt::allocator::global_allocator());
-        build(list, c.text, c.params);
-        expand_to_stream(*list.first());
-        EXPECT_EQ(expand_to_stream(*list.first()), c.streamed);
-        EXPECT_EQ(expand_to_bytes(*list.first()), c.bytes);
+        EXPECT_EQ(expand_to_stream(*list.first()), c.streamed) << "second expansion";
+        EXPECT_EQ(expand_to_bytes(*list.first()), c.bytes) << "second expansion";
     }
 }
 

@@ -52,23 +52,11 @@ std::string streamed(uvt::allocation_failure_type t)
 
 TEST(AllocationFailureType, TextsOfKnownAndUnexpectedValues)
 {
-    const char* names[] = {"UNKNOWN",
-                           "MALFUNCTION",
-                           "ILLEGAL_ALLOCATION",
-                           "OPERATING_SYSTEM_LIMIT",
-                           "GLOBAL_ALLOCATION_LIMIT",
-                           "PROCESS_ALLOCATION_LIMIT",
-                           "GENERIC_LIMIT",
-                           "USER_LIMIT",
-                           "GENERIC_COMPOSITE_LIMIT",
-                           "STATEMENT_MEMORY_LIMIT",
-                           "USER_COMPOSITE_LIMIT",
-                           "INTERNAL_ERROR",
-                           "NO_COMPACTIONS_ALLOWED",
-                           "RECURSION_DETECTED",
-                           "IPMM_DEACTIVATED",
-                           "TIME_OUT",
-                           "FORBIDDEN"};
+    const char* names[] = {"UNKNOWN", "MALFUNCTION", "ILLEGAL_ALLOCATION", "OPERATING_SYSTEM_LIMIT",
+                           "GLOBAL_ALLOCATION_LIMIT", "PROCESS_ALLOCATION_LIMIT", "GENERIC_LIMIT", "USER_LIMIT",
+                           "GENERIC_COMPOSITE_LIMIT", "STATEMENT_MEMORY_LIMIT", "USER_COMPOSITE_LIMIT",
+                           "INTERNAL_ERROR", "NO_COMPACTIONS_ALLOWED", "RECURSION_DETECTED", "IPMM_DEACTIVATED",
+                           "TIME_OUT", "FORBIDDEN"};
     for (int v = 0; v <= 16; ++v) {
         const auto t = static_cast<uvt::allocation_failure_type>(v);
         EXPECT_STREQ(uvt::get_allocation_failure_type_string(t), names[v]);
@@ -164,35 +152,39 @@ TEST(BadAlloc, BuiltWithoutMemoryItStillKnowsNumberAndOrigin)
     }
 }
 
-TEST(BadAlloc, CaughtAsStdBadAllocWithTheSameWhat)
+// Both notify the host once and throw a uvt::bad_alloc that a std::bad_alloc
+// handler catches, with the same what() through both bases.
+TEST(BadAlloc, ThrowEntryPoints)
 {
-    const int before = notifications();
-    try {
-        throw_uvt_bad_allocation(F, 5);
-    } catch (const std::bad_alloc& e) {
-        const auto* uvt_e = dynamic_cast<const uvt::bad_alloc*>(&e);
-        ASSERT_NE(uvt_e, nullptr);
-        EXPECT_STREQ(e.what(), "Allocation failed $REASON$");
-        EXPECT_STREQ(e.what(), static_cast<const uvt::exception*>(uvt_e)->what());
-        EXPECT_EQ(uvt_e->line(), 5);
-        uvt_e->mark_processed();
+    const struct {
+        const char* label;
+        void (*thrower)();
+        const char* file;
+        int line;
+        const char* items;
+    } rows[] = {
+        {"throw_uvt_bad_allocation", [] { throw_uvt_bad_allocation(F, 5); }, F, 5, ""},
+        {"impl::throwBadAllocation", [] { uvt::impl::throwBadAllocation(12345); }, "uvt/impl/memory", 451, "12345"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        const int before = notifications();
+        try {
+            row.thrower();
+            ADD_FAILURE() << "nothing thrown";
+        } catch (const std::bad_alloc& e) {
+            const auto* uvt_e = dynamic_cast<const uvt::bad_alloc*>(&e);
+            ASSERT_NE(uvt_e, nullptr);
+            EXPECT_STREQ(e.what(), "Allocation failed $REASON$");
+            EXPECT_STREQ(e.what(), static_cast<const uvt::exception*>(uvt_e)->what());
+            EXPECT_STREQ(uvt_e->file().get(), row.file);
+            EXPECT_EQ(uvt_e->line(), row.line);
+            EXPECT_STREQ(uvt_e->get_msgarg_by_name("items: "), row.items);
+            EXPECT_STREQ(uvt_e->get_msgarg_by_name("REASON"), "");
+            uvt_e->mark_processed();
+        }
+        EXPECT_EQ(notifications() - before, 1);
     }
-    EXPECT_EQ(notifications() - before, 1);
-}
-
-TEST(BadAlloc, ThrowBadAllocationNamesTheItems)
-{
-    const int before = notifications();
-    try {
-        uvt::impl::throwBadAllocation(12345);
-    } catch (const uvt::bad_alloc& e) {
-        EXPECT_STREQ(e.file().get(), "uvt/impl/memory");
-        EXPECT_EQ(e.line(), 451);
-        EXPECT_STREQ(e.get_msgarg_by_name("items: "), "12345");
-        EXPECT_STREQ(e.get_msgarg_by_name("REASON"), "");
-        e.mark_processed();
-    }
-    EXPECT_EQ(notifications() - before, 1);
 }
 
 TEST(BadNumaAlloc, ThrowsItselfThroughABaseReference)
