@@ -69,7 +69,9 @@ void run_step(S& s, int step)
     case 12: s.erase(10); break;
     case 13: s.insert(2, s); break;
     case 14: s.replace(3, 100, s.c_str() + 1, 4); break;
-    case 15: s.erase(); break;
+    case 15: s.insert(0, "<").append(">").replace(1, 2, "[").erase(3, 2); break;
+    case 16: s = s.assign("chained").append(s, 2, 3).substr(1); break;
+    case 17: s.erase(); break;
     }
 }
 
@@ -77,7 +79,7 @@ TEST(AdpString, StandardSurfaceMatchesStdString)
 {
     uvt_adp::string mine;
     std::string model;
-    for (int step = 0; step <= 15; ++step) {
+    for (int step = 0; step <= 17; ++step) {
         run_step(mine, step);
         run_step(model, step);
         ASSERT_EQ(text(mine), model) << "after step " << step;

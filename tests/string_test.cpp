@@ -99,6 +99,16 @@ TEST(StringSharing, CopiesShareUntilOneChanges)
     EXPECT_EQ(copy.capacity(), 50u) << "a private copy is never larger than needed";
     EXPECT_FALSE(first.is_shared());
     EXPECT_EQ(a.live_blocks(), 2u);
+
+    // A shared block with room to spare is still not written in place.
+    uvt::string roomy(repeat(50).c_str(), a);
+    roomy.reserve(80);
+    uvt::string appended(roomy);
+    appended.push_back('!');
+    EXPECT_STREQ(roomy.c_str(), repeat(50).c_str()) << "terminator and size untouched";
+    roomy.push_back('?');
+    EXPECT_EQ(roomy.capacity(), 80u) << "a private block with room is written in place";
+    EXPECT_EQ(text(appended), repeat(50) + "!");
 }
 
 TEST(StringSharing, ShorteningASharedBlockMovesToPrivateStorageOfTheNewLength)
@@ -381,6 +391,21 @@ TEST(StringConcatenation, AStringMayAppearInItsOwnSum)
     EXPECT_STREQ(w.c_str(), L"ababcd");
 }
 
+TEST(StringConcatenation, AppendingASumThatViewsTheTargetsOwnCharacters)
+{
+    // Growing the target frees its block before the operands are read,
+    // unless the sum is built first.
+    counting_allocator a;
+    const uvt::string prefix("<", a);
+    for (std::size_t length : {20ul, 39ul, 50ul}) {
+        uvt::string s(repeat(length).c_str(), a);
+        s.shrink_to_fit();
+        const std::string before = text(s);
+        s.append(prefix + (s.c_str() + 1) + '>');
+        EXPECT_EQ(text(s), before + "<" + before.substr(1) + ">") << length;
+    }
+}
+
 // --- allocation failures ---
 
 // Each operation runs with every one of its allocations failing in turn:
@@ -459,15 +484,20 @@ TEST(CategoryMessages, ViewThePlatformTextWithoutCopying)
     EXPECT_STREQ(uvt::generic_category().name(), "generic");
 }
 
-TEST(CategoryMessages, SystemErrorTakesTheTextAsItsTemplate)
+TEST(CategoryMessages, SystemErrorCopiesTheTextAsItsTemplate)
 {
-    const uvt::string what("cannot open $PATH$", uvt::allocator::global_allocator());
-    const uvt::system_error by_code(__FILE__, __LINE__, uvt::error_code(5, uvt::system_category()), what);
-    const uvt::system_error by_value(__FILE__, __LINE__, 6, uvt::system_category(), what);
+    // The texts are temporaries in heap blocks: the exceptions must keep
+    // copies, not the strings' characters.
+    const std::string what = "cannot open $PATH$ " + repeat(40, '.');
+    counting_allocator a;
+    const uvt::system_error by_code(__FILE__, __LINE__, uvt::error_code(5, uvt::system_category()),
+                                    uvt::string(what.c_str(), a));
+    const uvt::system_error by_value(__FILE__, __LINE__, 6, uvt::system_category(), uvt::string(what.c_str(), a));
+    EXPECT_EQ(a.live_blocks(), 0u);
     EXPECT_EQ(by_code.error_no(), 5);
     EXPECT_EQ(by_value.error_no(), 6);
-    EXPECT_STREQ(by_code.what(), "cannot open $PATH$");
-    EXPECT_STREQ(by_value.what(), "cannot open $PATH$");
+    EXPECT_EQ(by_code.what(), what);
+    EXPECT_EQ(by_value.what(), what);
 }
 
 // --- exceptions rendered into strings ---

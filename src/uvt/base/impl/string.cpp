@@ -14,26 +14,6 @@ namespace uvt {
 
 namespace {
 
-// A heap block: the reference count, then the characters and their
-// terminator. Strings point at the characters.
-using block_count = std::atomic<std::uint64_t>;
-constexpr std::size_t count_bytes = sizeof(block_count);
-static_assert(count_bytes == sizeof(std::uint64_t) && block_count::is_always_lock_free);
-
-template <class C>
-block_count& count_of(C* chars) noexcept
-{
-    return *std::launder(reinterpret_cast<block_count*>(reinterpret_cast<char*>(chars) - count_bytes));
-}
-
-// One reference less; the last one returns the block to `a`.
-template <class C>
-void release_block(C* chars, allocator& a) noexcept
-{
-    if (count_of(chars).fetch_sub(1) == 1)
-        a.deallocate(reinterpret_cast<char*>(chars) - count_bytes);
-}
-
 // Units above this count have no block size in 64 bits.
 constexpr std::size_t wide_unit_limit = 0x3FFFFFFFFFFFFFFCull;
 
@@ -95,7 +75,7 @@ string_base<C, T, N>::string_base(const string_base& o) noexcept
     : buffer_(o.buffer_), capacity_(o.capacity_), size_(o.size_), alloc_(o.alloc_)
 {
     if (is_heap_())
-        count_of(buffer_.ref.ptr).fetch_add(1);
+        count_of_(buffer_.ref.ptr).fetch_add(1);
     repoint_empty_view_(o);
 }
 
@@ -114,7 +94,7 @@ template <class C, class T, class N>
 string_base<C, T, N>::~string_base()
 {
     if (is_heap_())
-        release_block(buffer_.ref.ptr, *alloc_);
+        release_block_(buffer_.ref.ptr, *alloc_);
 }
 
 template <class C, class T, class N>
@@ -129,7 +109,14 @@ void string_base<C, T, N>::repoint_empty_view_(const string_base& from) noexcept
 template <class C, class T, class N>
 bool string_base<C, T, N>::is_shared() const noexcept
 {
-    return is_heap_() && count_of(buffer_.ref.ptr).load(std::memory_order_acquire) >= 2;
+    return is_heap_() && shared_block_(buffer_.ref.ptr);
+}
+
+template <class C, class T, class N>
+void string_base<C, T, N>::release_block_(C* chars, allocator& a) noexcept
+{
+    if (count_of_(chars).fetch_sub(1) == 1)
+        a.deallocate(reinterpret_cast<char*>(chars) - sizeof(block_count));
 }
 
 template <class C, class T, class N>
@@ -149,16 +136,16 @@ C* string_base<C, T, N>::new_block_(size_type capacity) const
     } else if (capacity > max_size()) {
         throw_overflow();
     }
-    void* block = alloc_->allocate(count_bytes + (capacity + 1) * sizeof(C));
+    void* block = alloc_->allocate(sizeof(block_count) + (capacity + 1) * sizeof(C));
     new (block) block_count(1);
-    return reinterpret_cast<C*>(static_cast<char*>(block) + count_bytes);
+    return reinterpret_cast<C*>(static_cast<char*>(block) + sizeof(block_count));
 }
 
 template <class C, class T, class N>
 void string_base<C, T, N>::adopt_block_(C* block, size_type capacity) noexcept
 {
     if (is_heap_())
-        release_block(buffer_.ref.ptr, *alloc_);
+        release_block_(buffer_.ref.ptr, *alloc_);
     buffer_.ref.ptr = block;
     capacity_ = capacity;
 }
@@ -171,13 +158,13 @@ void string_base<C, T, N>::become_inline_(const C* s, size_type n)
     capacity_ = inline_capacity;
     set_size_(n);
     if (old_block)
-        release_block(old_block, *alloc_);
+        release_block_(old_block, *alloc_);
 }
 
 template <class C, class T, class N>
 void string_base<C, T, N>::share_(const string_base& src) noexcept
 {
-    count_of(src.buffer_.ref.ptr).fetch_add(1);
+    count_of_(src.buffer_.ref.ptr).fetch_add(1);
     adopt_block_(src.buffer_.ref.ptr, src.capacity_);
     size_ = src.size_;
 }
@@ -196,6 +183,16 @@ void string_base<C, T, N>::reserve_(size_type n)
 {
     const size_type need = std::max(size_, checked_sum_(0, n));
     make_room_(need, need);
+}
+
+template <class C, class T, class N>
+C* string_base<C, T, N>::extend_(size_type n)
+{
+    const size_type new_size = checked_sum_(size_, n);
+    make_room_(new_size, new_size);
+    C* const gap = chars_() + size_;
+    set_size_(new_size);
+    return gap;
 }
 
 template <class C, class T, class N>
@@ -265,7 +262,7 @@ void string_base<C, T, N>::move_(size_type pos, size_type count)
     T::copy(target + pos, shared + pos + count, tail);
     if (to_inline) {
         capacity_ = inline_capacity;
-        release_block(shared, *alloc_);
+        release_block_(shared, *alloc_);
     } else {
         adopt_block_(target, new_size);
     }

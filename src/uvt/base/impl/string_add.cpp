@@ -2,6 +2,8 @@
 // have no allocator of their own.
 #include <uvt/string>
 
+#include <cstdint>
+
 namespace uvt::impl {
 
 template <class C, class T, class N>
@@ -18,20 +20,22 @@ auto StringAdd<C, T, N>::Argument::size() const noexcept -> size_type
 }
 
 template <class C, class T, class N>
-void StringAdd<C, T, N>::Argument::append_to(string_type& target) const
+void StringAdd<C, T, N>::Argument::write_to(C*& out) const noexcept
 {
     switch (kind_) {
     case kind::string:
-        target.append(string_->data(), string_->size());
+        T::copy(out, string_->data(), string_->size());
+        out += string_->size();
         break;
     case kind::text:
-        target.append(text_, size_);
+        T::copy(out, text_, size_);
+        out += size_;
         break;
     case kind::character:
-        target.push_back(char_);
+        *out++ = char_;
         break;
     case kind::chain:
-        chain_->append_to_(target);
+        chain_->write_to_(out);
         break;
     }
 }
@@ -39,21 +43,33 @@ void StringAdd<C, T, N>::Argument::append_to(string_type& target) const
 template <class C, class T, class N>
 bool StringAdd<C, T, N>::Argument::refers_to(const string_base<C, T, N>& s) const noexcept
 {
-    return (kind_ == kind::string && string_ == &s) || (kind_ == kind::chain && chain_->refers_to(s));
+    switch (kind_) {
+    case kind::string:
+        return string_ == &s;
+    case kind::text: {
+        const auto text = reinterpret_cast<std::uintptr_t>(text_);
+        const auto first = reinterpret_cast<std::uintptr_t>(s.data());
+        return text >= first && text <= first + s.size() * sizeof(C);
+    }
+    case kind::chain:
+        return chain_->refers_to(s);
+    default:
+        return false;
+    }
 }
 
 template <class C, class T, class N>
 void StringAdd<C, T, N>::concatenate(string_type& target) const
 {
-    target.reserve(target.size() + size());
-    append_to_(target);
+    C* out = target.extend_(size());
+    write_to_(out);
 }
 
 template <class C, class T, class N>
-void StringAdd<C, T, N>::append_to_(string_type& target) const
+void StringAdd<C, T, N>::write_to_(C*& out) const noexcept
 {
-    left_.append_to(target);
-    right_.append_to(target);
+    left_.write_to(out);
+    right_.write_to(out);
 }
 
 allocator& StringAddAllocator::get_allocator()
