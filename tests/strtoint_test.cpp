@@ -5,8 +5,10 @@
 
 #include <uvt/impl/itoa>
 #include <uvt/stdexcept>
+#include <uvt/string>
 
 #include "support/guarded_text.h"
+#include "support/test_allocator.h"
 
 #include <gtest/gtest.h>
 
@@ -170,6 +172,24 @@ TEST(StoWrappers, Failures)
     std::size_t pos = 77;
     caught<uvt::invalid_argument>([&] { uvt::stoi("-", &pos); });
     EXPECT_EQ(pos, 77u);  // untouched on failure
+}
+
+TEST(StoWrappers, LibraryStrings)
+{
+    uvt_test::counting_allocator a;
+    std::size_t pos = 0;
+    const uvt::basic_string<wchar_t> heap((L"-0x7b" + std::wstring(70, L'z')).c_str(), a);
+    EXPECT_EQ(uvt::stoi(heap, &pos, 0), -123);
+    EXPECT_EQ(pos, 5u);
+    const uvt::basic_string<char> view{uvt::basic_string_retval<char>("4294967295")};
+    EXPECT_EQ(uvt::stoui(view), 4294967295u);
+    EXPECT_EQ(uvt::stoi64(view), 4294967295);
+    EXPECT_EQ(uvt::stoui64(view), 4294967295u);
+    EXPECT_EQ(uvt::stol(view), 4294967295);
+    EXPECT_EQ(uvt::stoll(view), 4294967295);
+    EXPECT_EQ(uvt::stoul(view), 4294967295u);
+    caught<uvt::out_of_range>([&] { uvt::stoi(view); });
+    caught<uvt::invalid_argument>([&] { uvt::stol(uvt::basic_string<char>(a)); });
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "number_check.h"
 
 #include <uvt/stdexcept>
+#include <uvt/string>
 
 #include <cerrno>
 #include <limits>
@@ -130,6 +131,20 @@ long long stoll(const char* text, std::size_t* pos, int base) { return parse_int
 long long stoll(const wchar_t* text, std::size_t* pos, int base) { return parse_integer<long>(text, pos, base); }
 unsigned long stoul(const char* text, std::size_t* pos, int base) { return parse_integer<unsigned long>(text, pos, base); }
 unsigned long stoul(const wchar_t* text, std::size_t* pos, int base) { return parse_integer<unsigned long>(text, pos, base); }
+int stoi(const basic_string<char>& text, std::size_t* pos, int base) { return stoi(text.c_str(), pos, base); }
+int stoi(const basic_string<wchar_t>& text, std::size_t* pos, int base) { return stoi(text.c_str(), pos, base); }
+unsigned int stoui(const basic_string<char>& text, std::size_t* pos, int base) { return stoui(text.c_str(), pos, base); }
+unsigned int stoui(const basic_string<wchar_t>& text, std::size_t* pos, int base) { return stoui(text.c_str(), pos, base); }
+std::int64_t stoi64(const basic_string<char>& text, std::size_t* pos, int base) { return stoi64(text.c_str(), pos, base); }
+std::int64_t stoi64(const basic_string<wchar_t>& text, std::size_t* pos, int base) { return stoi64(text.c_str(), pos, base); }
+std::uint64_t stoui64(const basic_string<char>& text, std::size_t* pos, int base) { return stoui64(text.c_str(), pos, base); }
+std::uint64_t stoui64(const basic_string<wchar_t>& text, std::size_t* pos, int base) { return stoui64(text.c_str(), pos, base); }
+long stol(const basic_string<char>& text, std::size_t* pos, int base) { return stol(text.c_str(), pos, base); }
+long stol(const basic_string<wchar_t>& text, std::size_t* pos, int base) { return stol(text.c_str(), pos, base); }
+long long stoll(const basic_string<char>& text, std::size_t* pos, int base) { return stoll(text.c_str(), pos, base); }
+long long stoll(const basic_string<wchar_t>& text, std::size_t* pos, int base) { return stoll(text.c_str(), pos, base); }
+unsigned long stoul(const basic_string<char>& text, std::size_t* pos, int base) { return stoul(text.c_str(), pos, base); }
+unsigned long stoul(const basic_string<wchar_t>& text, std::size_t* pos, int base) { return stoul(text.c_str(), pos, base); }
 // clang-format on
 
 } // namespace uvt

@@ -5,6 +5,8 @@
 
 #include "number_check.h"
 
+#include <uvt/string>
+
 #include <cerrno>
 #include <cmath>
 #include <type_traits>
@@ -44,6 +46,14 @@ template <class C>
     std::uint64_t digits = number.digits;
     int count = number.count;
     const C* const first = p;
+    // Four digits at a time shorten the chain of dependent multiplications
+    // (digit runs are long in practice). Each character is only read after
+    // the one before it proved to be a digit, never past the terminating zero.
+    for (unsigned a, b, c, d; count <= max_kept_digits - 4 && (a = decimal_digit(p[0])) < 10 &&
+                              (b = decimal_digit(p[1])) < 10 && (c = decimal_digit(p[2])) < 10 &&
+                              (d = decimal_digit(p[3])) < 10;
+         p += 4, count += 4)
+        digits = digits * 10000 + (a * 1000 + b * 100 + c * 10 + d);
     for (unsigned digit; count < max_kept_digits && (digit = decimal_digit(*p)) < 10; ++p, ++count)
         digits = digits * 10 + digit;
     const C* const dropped = p;
@@ -175,6 +185,12 @@ F uvtStringToDoubleT(const C* text, const C** end) noexcept
         errno = ERANGE;
         return negative ? -F(INFINITY) : F(INFINITY);
     }
+    if (number.exponent == 0) {
+        // No scaling: rounding the digits (below 2^57) to the format to
+        // nearest, ties to even, is what the processor's conversion does.
+        const auto whole = static_cast<F>(static_cast<std::int64_t>(number.digits));
+        return negative ? -whole : whole;
+    }
     const impl::normalized_float scaled = impl::uvtTenScale(normalize(number.digits), int(number.exponent));
     return round_to_format<F, Layout, ExponentWidthPlusOne, Bias>(negative, scaled);
 }
@@ -229,5 +245,14 @@ long double stold(const wchar_t* text, std::size_t* pos)
 }
 float stof(const char* text, std::size_t* pos) { return impl::parse_checked(parse_float<char>, text, pos); }
 float stof(const wchar_t* text, std::size_t* pos) { return impl::parse_checked(parse_float<wchar_t>, text, pos); }
+
+// clang-format off
+double stod(const basic_string<char>& text, std::size_t* pos) { return stod(text.c_str(), pos); }
+double stod(const basic_string<wchar_t>& text, std::size_t* pos) { return stod(text.c_str(), pos); }
+long double stold(const basic_string<char>& text, std::size_t* pos) { return stold(text.c_str(), pos); }
+long double stold(const basic_string<wchar_t>& text, std::size_t* pos) { return stold(text.c_str(), pos); }
+float stof(const basic_string<char>& text, std::size_t* pos) { return stof(text.c_str(), pos); }
+float stof(const basic_string<wchar_t>& text, std::size_t* pos) { return stof(text.c_str(), pos); }
+// clang-format on
 
 } // namespace uvt

@@ -1,0 +1,240 @@
+// Floating point to text: ecvt_r's digits, point and sign against glibc's
+// correctly rounded printf, dtoa's placement of the point against printf's
+// "%.*g", the special values, the buffer limits, round trips through
+// uvt::strtod, and the floating-point arguments of exception messages.
+
+#include <uvt/exception>
+#include <uvt/impl/dtoa>
+#include <uvt/impl/strtod>
+
+#include "support/string_ostream.h"
+
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+
+namespace {
+
+struct Digits {
+    std::string digits;
+    int decpt = 0;
+    int sign = 0;
+    int result = 0;
+};
+
+Digits ours(double value, int ndigits, std::size_t len = 40)
+{
+    Digits d;
+    char buffer[40];
+    d.result = uvt::ecvt_r(value, ndigits, &d.decpt, &d.sign, buffer, len);
+    if (d.result == 0)
+        d.digits = buffer;
+    return d;
+}
+
+// The correctly rounded digits from glibc's printf (its ecvt_r pre-scales
+// tiny values in floating point and is off there).
+Digits glibcs(double value, int ndigits)
+{
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, "%+.*e", ndigits - 1, value);
+    Digits d;
+    d.sign = buffer[0] == '-';
+    d.digits = std::string(1, buffer[1]) + (ndigits > 1 ? std::string(buffer + 3, std::size_t(ndigits - 1)) : "");
+    d.decpt = std::atoi(std::strchr(buffer, 'e') + 1) + 1;
+    return d;
+}
+
+TEST(EcvtR, DigitsPointAndSign)
+{
+    const struct {
+        int line;
+        double value;
+        int ndigits;
+        const char* digits;
+        int decpt;
+        int sign;
+    } rows[] = {
+        {__LINE__, 1.5, 3, "150", 1, 0},
+        {__LINE__, 0.001234, 2, "12", -2, 0},
+        {__LINE__, -123456.0, 4, "1235", 6, 1},
+        {__LINE__, 0.125, 2, "12", 0, 0},  // exact tie: to even
+        {__LINE__, 0.375, 2, "38", 0, 0},
+        {__LINE__, 9.99, 2, "10", 2, 0},   // rounding carries into a new digit
+        {__LINE__, 0.0, 3, "000", 1, 0},
+        {__LINE__, -0.0, 1, "0", 1, 1},
+        {__LINE__, 1e23, 30, "99999999999999992", 23, 0},  // at most 17 digits
+        {__LINE__, DBL_MAX, 17, "17976931348623157", 309, 0},
+        {__LINE__, DBL_TRUE_MIN, 17, "49406564584124654", -323, 0},
+        {__LINE__, HUGE_VAL, 5, "Infinity", 0, 0},
+        {__LINE__, -HUGE_VAL, 5, "Infinity", 0, 1},
+        {__LINE__, std::numeric_limits<double>::quiet_NaN(), 5, "QNaN", 0, 0},
+        {__LINE__, std::numeric_limits<double>::signaling_NaN(), 5, "SNaN", 0, 0},
+    };
+    for (const auto& row : rows) {
+        const Digits d = ours(row.value, row.ndigits);
+        EXPECT_EQ(d.result, 0) << "line " << row.line;
+        EXPECT_EQ(d.digits, row.digits) << "line " << row.line;
+        EXPECT_EQ(d.decpt, row.decpt) << "line " << row.line;
+        EXPECT_EQ(d.sign, row.sign) << "line " << row.line;
+    }
+}
+
+TEST(EcvtR, BufferLimits)
+{
+    EXPECT_EQ(ours(HUGE_VAL, 5, 9).digits, "Infinity");
+    EXPECT_EQ(ours(HUGE_VAL, 5, 8).digits, "Inf");
+    EXPECT_EQ(ours(HUGE_VAL, 5, 3).result, -1);
+    EXPECT_EQ(ours(1.5, 5, 6).digits, "15000");
+    EXPECT_EQ(ours(1.5, 5, 5).result, -1);
+    EXPECT_EQ(ours(1.5, 0).result, -1);
+    int decpt, sign;
+    EXPECT_EQ(uvt::ecvt_r(1.5, 3, &decpt, &sign, nullptr, 10), -1);
+}
+
+// The digits as a number; a carry into a new digit counts as one step.
+bool withinOneLastDigit(const Digits& a, const Digits& b)
+{
+    const long x = std::atol(a.digits.c_str()), y = std::atol(b.digits.c_str());
+    if (a.decpt == b.decpt)
+        return std::labs(x - y) <= 1;
+    const Digits& low = a.decpt < b.decpt ? a : b;
+    const Digits& high = a.decpt < b.decpt ? b : a;
+    return high.decpt == low.decpt + 1 && low.digits.find_first_not_of('9') == std::string::npos &&
+           high.digits.find_first_not_of('0', 1) == std::string::npos && high.digits[0] == '1';
+}
+
+double randomDouble(std::mt19937_64& rng)
+{
+    for (;;) {
+        const std::uint64_t bits = rng();
+        double value;
+        std::memcpy(&value, &bits, sizeof value);
+        if (std::isfinite(value))
+            return value;
+    }
+}
+
+TEST(EcvtR, AgreesWithGlibc)
+{
+    std::mt19937_64 rng(3);
+    constexpr int count = 50000;
+    int identical = 0;
+    for (int i = 0; i < count; ++i) {
+        const double value = randomDouble(rng);
+        const int ndigits = 1 + int(rng() % 17);
+        const Digits d = ours(value, ndigits), reference = glibcs(value, ndigits);
+        ASSERT_TRUE(withinOneLastDigit(d, reference)) << value << " " << d.digits << " " << reference.digits;
+        ASSERT_EQ(d.sign, reference.sign);
+        identical += d.digits == reference.digits && d.decpt == reference.decpt;
+    }
+    std::printf("identical to glibc: %.4f%%\n", 100.0 * identical / count);
+    EXPECT_GE(identical, count - count / 500);
+}
+
+std::string text(double value, int ndigits, std::size_t len = uvt::dtoa_buffer_size)
+{
+    char buffer[uvt::dtoa_buffer_size];
+    const char* result = uvt::dtoa(value, ndigits, buffer, len);
+    return result ? result : "(null)";
+}
+
+TEST(Dtoa, PlacesThePoint)
+{
+    const struct {
+        int line;
+        double value;
+        int ndigits;
+        const char* text;
+    } rows[] = {
+        {__LINE__, 0.1, 12, "0.1"},
+        {__LINE__, 6.02214076e23, 12, "6.02214076e+23"},
+        {__LINE__, 123.25, 12, "123.25"},
+        {__LINE__, 0.0001, 12, "0.0001"},
+        {__LINE__, 0.00001, 12, "1e-05"},
+        {__LINE__, 100000000000.0, 12, "100000000000"},
+        {__LINE__, 1e12, 12, "1e+12"},
+        {__LINE__, 1e100, 12, "1e+100"},
+        {__LINE__, 2e-300, 3, "2e-300"},
+        {__LINE__, -2.5, 3, "-2.5"},
+        {__LINE__, 2.0 / 3, 3, "0.667"},
+        {__LINE__, 999999.5, 6, "1e+06"},
+        {__LINE__, 0.0, 12, "0"},
+        {__LINE__, -0.0, 12, "-0"},
+        {__LINE__, -DBL_MAX, 40, "-1.7976931348623157e+308"},
+        {__LINE__, -DBL_MIN, 17, "-2.2250738585072014e-308"},
+        {__LINE__, HUGE_VAL, 12, "Infinity"},
+        {__LINE__, -HUGE_VAL, 12, "-Infinity"},
+        {__LINE__, -std::numeric_limits<double>::quiet_NaN(), 12, "QNaN"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(text(row.value, row.ndigits), row.text) << "line " << row.line;
+    EXPECT_EQ(text(-HUGE_VAL, 12, 9), "-Inf");
+    EXPECT_EQ(text(123.25, 12, 7), "123.25");
+    EXPECT_EQ(text(123.25, 12, 6), "(null)");
+    EXPECT_EQ(text(1.0, 0), "(null)");
+}
+
+// Same text as printf's "%.*g" whenever the digits agree with glibc's.
+TEST(Dtoa, FormatsLikePrintf)
+{
+    std::mt19937_64 rng(9);
+    constexpr int count = 30000;
+    int identical = 0;
+    for (int i = 0; i < count; ++i) {
+        double value = randomDouble(rng);
+        int exponent;
+        if (i % 2)  // also plenty of values with small exponents
+            value = std::ldexp(std::frexp(value, &exponent), int(rng() % 80) - 40);
+        const int ndigits = 1 + int(rng() % 17);
+        char expected[64];
+        std::snprintf(expected, sizeof expected, "%.*g", ndigits, value);
+        const std::string ours = text(value, ndigits);
+        if (ours == expected) {
+            ++identical;
+            continue;
+        }
+        const Digits mine = ::ours(value, ndigits), reference = glibcs(value, ndigits);
+        ASSERT_TRUE(mine.digits != reference.digits || mine.decpt != reference.decpt) << ours << " " << expected;
+    }
+    EXPECT_GE(identical, count - count / 500);
+}
+
+// 17 digits tell every double from its neighbours (down to 10^-306, below
+// which the parser reads zero).
+TEST(Dtoa, SeventeenDigitsRoundTrip)
+{
+    std::mt19937_64 rng(13);
+    for (int i = 0; i < 50000; ++i) {
+        const double value = randomDouble(rng);
+        if (std::fabs(value) < 1e-306)
+            continue;
+        const std::string t = text(value, 17);
+        const double back = uvt::strtod(t.c_str(), nullptr);
+        ASSERT_EQ(std::memcmp(&back, &value, sizeof value), 0) << t;
+    }
+}
+
+TEST(Dtoa, MessageArguments)
+{
+    uvt::exception e("unit.cpp", 1, 1, "$D$ $F$ $N$", nullptr);
+    e << uvt::message_argument<double>("D", 0.1) << uvt::message_argument<float>("F", 0.5f)
+      << uvt::message_argument<double>("N", -1.0 / 3);
+    EXPECT_STREQ(e.get_msgarg_by_name("D"), "0.1");
+    EXPECT_STREQ(e.get_msgarg_by_name("F"), "0.5");
+    EXPECT_STREQ(e.get_msgarg_by_name("N"), "-0.333333333333");
+    e << uvt::message_replace<double>("D", 1e300);
+    uvt_test::string_ostream os;
+    e.print_default(os, true, false);
+    EXPECT_NE(os.str().find("1e+300 0.5 -0.333333333333"), std::string::npos) << os.str();
+}
+
+} // namespace

@@ -1,0 +1,431 @@
+// Decimal text to floating point: the scanner's edge cases (each text parsed
+// as char and as wchar_t right before an inaccessible page), the power-of-ten
+// tables and the scaling checked against exact big-integer arithmetic, the
+// rounding steps, agreement with glibc's correctly rounded strtod, and the
+// throwing wrappers.
+
+#include <uvt/impl/strtod>
+#include <uvt/stdexcept>
+#include <uvt/string>
+
+#include "support/guarded_text.h"
+#include "support/test_allocator.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cfloat>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+using uvt_test::guarded_text;
+using uvt_test::widened;
+
+// --- a tiny unsigned big integer, just enough for exact comparisons ---
+
+struct big {
+    std::vector<std::uint32_t> limbs;  // little-endian, no leading zero limbs
+
+    explicit big(std::uint64_t v = 0)
+    {
+        for (; v; v >>= 32)
+            limbs.push_back(std::uint32_t(v));
+    }
+    big& mul(std::uint32_t factor)
+    {
+        std::uint64_t carry = 0;
+        for (std::uint32_t& limb : limbs) {
+            carry += std::uint64_t(limb) * factor;
+            limb = std::uint32_t(carry);
+            carry >>= 32;
+        }
+        if (carry)
+            limbs.push_back(std::uint32_t(carry));
+        trim();
+        return *this;
+    }
+    big& shl(int bits)
+    {
+        limbs.insert(limbs.begin(), std::size_t(bits / 32), 0u);
+        return mul64(std::uint64_t(1) << (bits % 32));
+    }
+    big& mul64(std::uint64_t factor)
+    {
+        big high = *this;
+        mul(std::uint32_t(factor));
+        high.mul(std::uint32_t(factor >> 32));
+        if (!high.limbs.empty())
+            high.limbs.insert(high.limbs.begin(), 0u);
+        return add(high);
+    }
+    big& add(const big& other)
+    {
+        limbs.resize(std::max(limbs.size(), other.limbs.size()) + 1, 0u);
+        std::uint64_t carry = 0;
+        for (std::size_t i = 0; i < limbs.size(); ++i) {
+            carry += std::uint64_t(limbs[i]) + (i < other.limbs.size() ? other.limbs[i] : 0);
+            limbs[i] = std::uint32_t(carry);
+            carry >>= 32;
+        }
+        trim();
+        return *this;
+    }
+    void trim()
+    {
+        while (!limbs.empty() && limbs.back() == 0)
+            limbs.pop_back();
+    }
+    static int compare(const big& a, const big& b)
+    {
+        if (a.limbs.size() != b.limbs.size())
+            return a.limbs.size() < b.limbs.size() ? -1 : 1;
+        for (std::size_t i = a.limbs.size(); i-- > 0;)
+            if (a.limbs[i] != b.limbs[i])
+                return a.limbs[i] < b.limbs[i] ? -1 : 1;
+        return 0;
+    }
+    // |a - b|
+    static big distance(const big& a, const big& b)
+    {
+        const bool swap = compare(a, b) < 0;
+        big result = swap ? b : a;
+        const big& smaller = swap ? a : b;
+        std::int64_t borrow = 0;
+        for (std::size_t i = 0; i < result.limbs.size(); ++i) {
+            std::int64_t v = std::int64_t(result.limbs[i]) - (i < smaller.limbs.size() ? smaller.limbs[i] : 0) - borrow;
+            borrow = v < 0;
+            result.limbs[i] = std::uint32_t(v + (borrow << 32));
+        }
+        result.trim();
+        return result;
+    }
+};
+
+big power_of_ten(int p)
+{
+    big v(1);
+    for (int i = 0; i < p; ++i)
+        v.mul(10);
+    return v;
+}
+
+// Whether num / den lies within halfUlps / 2 units of 2^k of mantissa * 2^k.
+bool within(const big& num, const big& den, std::uint64_t mantissa, int k, std::uint32_t halfUlps)
+{
+    big exact = num;
+    exact.mul(2);
+    big approx = den;
+    approx.mul64(mantissa).mul(2);
+    big bound = den;
+    bound.mul(halfUlps);
+    if (k < 0) {
+        exact.shl(-k);
+    } else {
+        approx.shl(k);
+        bound.shl(k);
+    }
+    return big::compare(big::distance(exact, approx), bound) <= 0;
+}
+
+// --- the tables and the scaling ---
+
+int tablePower(int index)
+{
+    return index < 27 ? index + 1 : index < 37 ? 28 * (index - 25) - 1 : -28 * (index - 36);
+}
+
+TEST(TenPowerTable, EntriesAreCorrectlyRoundedPowersOfTen)
+{
+    using uvt::impl::UVT_TenPower;
+    using uvt::impl::UVT_TwoExp;
+    for (int i = 0; i < uvt::impl::ten_power_count; ++i) {
+        const int p = tablePower(i);
+        SCOPED_TRACE(testing::Message() << "10^" << p << " at " << i);
+        EXPECT_GE(UVT_TenPower[i], std::uint64_t(1) << 63);
+        const big num = power_of_ten(p < 0 ? 0 : p);
+        const big den = power_of_ten(p < 0 ? -p : 0);
+        EXPECT_TRUE(within(num, den, UVT_TenPower[i], UVT_TwoExp[i] - 64, 1));
+    }
+    EXPECT_EQ(tablePower(36), 307);
+}
+
+TEST(TenScale, NormAndRoundRoundsHalfToEvenAndCarries)
+{
+    constexpr std::uint64_t top = std::uint64_t(1) << 63;
+    const struct {
+        int line;
+        uvt::impl::uint128_parts product;
+        std::uint64_t mantissa;
+        int exponent;  // relative to the input exponent 0
+    } rows[] = {
+        {__LINE__, {top, top}, top, 0},                      // tie, even: stays
+        {__LINE__, {top | 1, top}, top | 2, 0},              // tie, odd: up
+        {__LINE__, {top | 1, top - 1}, top | 1, 0},          // below the tie
+        {__LINE__, {top, top + 1}, top | 1, 0},              // above the tie
+        {__LINE__, {top >> 1, top | (top >> 1)}, top | 2, -1},  // shifted in: 1.1 then a tie on an odd bit
+        {__LINE__, {top >> 1, 0}, top, -1},
+        {__LINE__, {~std::uint64_t(0), top + 1}, top, 1},   // all ones carries out
+    };
+    for (const auto& row : rows) {
+        const auto x = uvt::impl::uvtNormAndRound(row.product, 0);
+        EXPECT_EQ(x.mantissa, row.mantissa) << "line " << row.line;
+        EXPECT_EQ(x.exponent, row.exponent) << "line " << row.line;
+    }
+}
+
+// Multiplications the scaling takes for a decimal exponent.
+std::uint32_t scaleSteps(int e)
+{
+    if (e >= 0)
+        return std::uint32_t(e > 27 ? (e - 27 + 306) / 307 + 1 : e > 0);
+    return std::uint32_t((-e + 363) / 364 + 1);
+}
+
+// Exact for powers up to 10^27, within about one unit of the 64th bit per
+// multiplication otherwise, over the whole long double range.
+TEST(TenScale, AgreesWithExactArithmetic)
+{
+    std::mt19937_64 rng(11);
+    for (int i = 0; i < 400; ++i) {
+        const std::uint64_t digits = 1 + rng() % 99999999999999999ULL;
+        const int e = i < 300 ? int(rng() % 701) - 350 : int(rng() % 9901) - 4950;
+        const int shift = __builtin_clzll(digits);
+        const auto x = uvt::impl::uvtTenScale({digits << shift, 64 - shift}, e);
+        const big num = e >= 0 ? power_of_ten(e).mul64(digits) : big(digits);
+        const big den = power_of_ten(e < 0 ? -e : 0);
+        const std::uint32_t halfUlps = e >= 0 && e <= 27 ? 1 : 4 * scaleSteps(e);
+        EXPECT_TRUE(within(num, den, x.mantissa, x.exponent - 64, halfUlps)) << digits << "e" << e;
+    }
+}
+
+// --- the scanner ---
+
+struct Row {
+    int line;
+    std::string text;
+    double value;
+    long stop;  // the reported stop offset
+    int error;
+    int ulps;   // allowed distance from `value`
+};
+
+long ulpDistance(double a, double b)
+{
+    std::int64_t x, y;
+    std::memcpy(&x, &a, sizeof x);
+    std::memcpy(&y, &b, sizeof y);
+    x = x < 0 ? INT64_MIN - x : x;
+    y = y < 0 ? INT64_MIN - y : y;
+    return std::labs(long(x - y));
+}
+
+template <class C>
+void expectParsed(const Row& row, const std::basic_string<C>& text)
+{
+    const guarded_text<C> guarded(text);
+    const C* stop = nullptr;
+    errno = -1;
+    const double value = uvt::uvtStringToDoubleT<double, uvt::ieee754_double, 12, 1023, C>(guarded.c_str(), &stop);
+    EXPECT_LE(ulpDistance(value, row.value), row.ulps) << "line " << row.line << ": " << value;
+    EXPECT_EQ(std::signbit(value), std::signbit(row.value)) << "line " << row.line;
+    EXPECT_EQ(stop - guarded.c_str(), row.stop) << "line " << row.line;
+    EXPECT_EQ(errno, row.error) << "line " << row.line;
+}
+
+TEST(StrToD, EdgeCases)
+{
+    const Row rows[] = {
+        {__LINE__, "12", 12, 3, 0, 0},  // one past the first unused character
+        {__LINE__, "12x", 12, 3, 0, 0},
+        {__LINE__, "-12", -12, 4, 0, 0},
+        {__LINE__, "-2.5e-3", -0.0025, 8, 0, 1},
+        {__LINE__, "+.5", 0.5, 4, 0, 1},
+        {__LINE__, "1E 5", 100000, 5, 0, 0},  // the blank serves as the exponent sign
+        {__LINE__, "1e+5", 100000, 5, 0, 0},
+        {__LINE__, "1e", 1, 2, 0, 0},  // an exponent without digits is not taken
+        {__LINE__, "1e-x", 1, 2, 0, 0},
+        {__LINE__, "1e 5 ", 100000, 5, 0, 0},
+        {__LINE__, "1.5.5", 1.5, 4, 0, 0},
+        {__LINE__, "007", 7, 4, 0, 0},
+        {__LINE__, "0.000", 0, 0, 0, 0},  // no significant digit: +0 at the beginning
+        {__LINE__, "-0", 0, 0, 0, 0},
+        {__LINE__, "0e5", 0, 0, 0, 0},
+        {__LINE__, "", 0, 0, 0, 0},
+        {__LINE__, "-", 0, 0, 0, 0},
+        {__LINE__, "+", 0, 0, 0, 0},
+        {__LINE__, ".", 0, 0, 0, 0},
+        {__LINE__, " 1", 0, 0, 0, 0},  // no blanks in front
+        {__LINE__, "inf", 0, 0, 0, 0},
+        {__LINE__, "\xC2\xB9", 0, 0, 0, 0},
+        {__LINE__, "1\xB9", 1, 2, 0, 0},
+        {__LINE__, "1e\xB9", 1, 2, 0, 0},
+        {__LINE__, "9007199254740993", 9007199254740992.0, 17, 0, 0},  // tie: to even
+        {__LINE__, "9007199254740995", 9007199254740996.0, 17, 0, 0},
+        {__LINE__, "9007199254740993.5", 9007199254740994.0, 19, 0, 0},
+        {__LINE__, "123456789012345678901", 123456789012345670000.0, 22, 0, 0},  // 17 digits kept
+        {__LINE__, "1.00000000000000000009", 1.0, 23, 0, 0},
+        {__LINE__, "0.1", 0.1, 4, 0, 0},
+        {__LINE__, "1e400", HUGE_VAL, 6, ERANGE, 0},
+        {__LINE__, "-1e400", -HUGE_VAL, 7, ERANGE, 0},
+        {__LINE__, "1e99999999999999999999", HUGE_VAL, 23, ERANGE, 0},
+        {__LINE__, "1.7976931348623157e308", DBL_MAX, 23, 0, 0},
+        {__LINE__, "1.7976931348623159e308", HUGE_VAL, 23, ERANGE, 0},  // rounds past the largest
+        {__LINE__, "1e-400", 0, 7, 0, 0},  // too small: zero without error
+        {__LINE__, "-1e-400", -0.0, 8, 0, 0},
+        {__LINE__, "5e-308", 0, 7, 0, 0},  // at or below 10^-307
+        {__LINE__, "1e-307", 1e-307, 7, 0, 1},
+        {__LINE__, "0.00000000000000000000000000000000000000000000000001", 1e-50, 53, 0, 1},
+    };
+    for (const Row& row : rows) {
+        expectParsed(row, row.text);
+        expectParsed(row, widened(row.text));
+    }
+}
+
+TEST(StrToD, WideCodesAboveBytesAreNoDigits)
+{
+    const std::wstring text = {L'7', wchar_t(0x10030 + 1)};
+    const guarded_text<wchar_t> guarded(text);
+    const wchar_t* stop;
+    EXPECT_EQ((uvt::uvtStringToDoubleT<double, uvt::ieee754_double, 12, 1023, wchar_t>(guarded.c_str(), &stop)), 7.0);
+    EXPECT_EQ(stop, guarded.c_str() + 2);
+}
+
+// Relative distance of a long double from the expected value, in units of
+// 2^-64 (about one unit in the last place).
+double relativeUnits(long double value, long double expected)
+{
+    return double(std::fabs(value / expected - 1) * 0x1p64L);
+}
+
+// The product (2^64 + t) * 2^10 for the first odd t that makes it a whole
+// number times 10^10: a tie between two long doubles, written with at most
+// 17 significant digits.
+std::string longDoubleTie(unsigned __int128& below)
+{
+    constexpr unsigned __int128 five10 = 9765625;
+    unsigned __int128 t = 1;
+    const unsigned __int128 two64 = static_cast<unsigned __int128>(1) << 64;
+    while ((two64 + t) % five10)
+        t += 2;
+    below = (two64 + t - 1) << 10;
+    return std::to_string(std::uint64_t((two64 + t) / five10)) + "e10";
+}
+
+TEST(StrToD, LongDoubleAndFloat)
+{
+    const char* stop;
+    EXPECT_EQ(uvt::strtold("12345678901234567", &stop), 12345678901234567.0L);
+    EXPECT_EQ(stop, "12345678901234567" + 18);
+    unsigned __int128 even;
+    const std::string tie = longDoubleTie(even);
+    EXPECT_EQ(uvt::strtold(tie.c_str(), &stop), (long double)even) << tie;  // tie: to even
+    EXPECT_LE(relativeUnits(uvt::strtold("0.1", &stop), 0.1L), 4);
+    EXPECT_LE(relativeUnits(uvt::strtold("1.18973149535723176502e4932", &stop), LDBL_MAX), 1200);  // 17 digits kept
+    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(uvt::strtold("1.2e4932", &stop), HUGE_VALL);
+    EXPECT_EQ(errno, ERANGE);
+    EXPECT_EQ(uvt::strtold("4e-4951", &stop), LDBL_TRUE_MIN);  // subnormal
+    EXPECT_EQ(uvt::strtold("-1e-4952", &stop), 0.0L);
+    EXPECT_TRUE(std::signbit(uvt::strtold("-1e-4952", &stop)));
+    EXPECT_EQ(errno, 0);
+
+    EXPECT_EQ(uvt::strtof("3.4028235e38", &stop), FLT_MAX);
+    EXPECT_EQ(uvt::strtof("3.5e38", &stop), HUGE_VALF);
+    EXPECT_EQ(errno, ERANGE);
+    EXPECT_EQ(uvt::strtof("1e-50", &stop), 0.0f);  // too small for float: zero without error
+    EXPECT_EQ(errno, 0);
+}
+
+// A random text of 1 to 17 significant digits with the point anywhere and
+// an exponent that keeps the value well inside the double range.
+std::string randomDecimal(std::mt19937_64& rng)
+{
+    const int digits = 1 + int(rng() % 17);
+    std::string text(1, char('1' + rng() % 9));
+    for (int k = 1; k < digits; ++k)
+        text += char('0' + rng() % 10);
+    text.insert(rng() % std::size_t(digits + 1), ".");
+    return text + "e" + std::to_string(int(rng() % 591) - 290);
+}
+
+// glibc rounds correctly; this parser is at most one unit in the last place
+// away and nearly always identical.
+TEST(StrToD, AgreesWithGlibc)
+{
+    std::mt19937_64 rng(5);
+    constexpr int count = 100000;
+    int identical = 0;
+    for (int i = 0; i < count; ++i) {
+        const std::string text = randomDecimal(rng);
+        const double expected = std::strtod(text.c_str(), nullptr);
+        const double value = uvt::strtod(text.c_str(), nullptr);
+        ASSERT_LE(ulpDistance(value, expected), 1) << text;
+        identical += value == expected;
+    }
+    std::printf("identical to glibc: %.4f%%\n", 100.0 * identical / count);
+    EXPECT_GE(identical, count - count / 500);
+}
+
+// --- the wrappers ---
+
+template <class E, class F>
+void expectThrown(int line, F thrower)
+{
+    try {
+        thrower();
+        ADD_FAILURE() << "line " << line << ": nothing thrown";
+    } catch (const E& e) {
+        e.mark_processed();
+    }
+}
+
+TEST(StoD, ValuesAndCharactersUsed)
+{
+    std::size_t pos = 0;
+    EXPECT_EQ(uvt::stod("12", &pos), 12.0);
+    EXPECT_EQ(pos, 3u);
+    EXPECT_EQ(uvt::stod(L"2.5x", &pos), 2.5);
+    EXPECT_EQ(pos, 4u);
+    EXPECT_LE(relativeUnits(uvt::stold("-1e-2", &pos), -0.01L), 4);
+    EXPECT_EQ(pos, 6u);
+    EXPECT_EQ(uvt::stold(L"3"), 3.0L);
+    EXPECT_EQ(uvt::stof("0.5"), 0.5f);
+    EXPECT_EQ(uvt::stof(L"1e38"), 1e38f);
+}
+
+TEST(StoD, Failures)
+{
+    std::size_t pos = 99;
+    expectThrown<uvt::invalid_argument>(__LINE__, [&] { uvt::stod("0", &pos); });
+    EXPECT_EQ(pos, 99u);
+    expectThrown<uvt::invalid_argument>(__LINE__, [] { uvt::stod(L"abc"); });
+    expectThrown<uvt::invalid_argument>(__LINE__, [] { uvt::stold("-"); });
+    expectThrown<uvt::invalid_argument>(__LINE__, [] { uvt::stof(L""); });
+    expectThrown<uvt::overflow_error>(__LINE__, [] { uvt::stod("1e400"); });
+    expectThrown<uvt::overflow_error>(__LINE__, [] { uvt::stold(L"1e5000"); });
+    expectThrown<uvt::overflow_error>(__LINE__, [] { uvt::stof("1e39"); });
+    expectThrown<uvt::null_pointer>(__LINE__, [] { uvt::stod(static_cast<const char*>(nullptr)); });
+    expectThrown<uvt::null_pointer>(__LINE__, [] { uvt::stof(static_cast<const wchar_t*>(nullptr)); });
+}
+
+TEST(StoD, LibraryStrings)
+{
+    uvt_test::counting_allocator a;
+    std::size_t pos = 0;
+    const uvt::basic_string<char> heap(("-1.5e2" + std::string(70, ' ')).c_str(), a);
+    EXPECT_EQ(uvt::stod(heap, &pos), -150.0);
+    EXPECT_EQ(pos, 7u);
+    EXPECT_EQ(uvt::stold(uvt::basic_string<wchar_t>(uvt::basic_string_retval<wchar_t>(L"0.25"))), 0.25L);
+    EXPECT_EQ(uvt::stof(uvt::basic_string<char>(uvt::basic_string_retval<char>("8"))), 8.0f);
+    expectThrown<uvt::invalid_argument>(__LINE__, [&] { uvt::stod(uvt::basic_string<wchar_t>(a)); });
+}
+
+} // namespace
