@@ -1,6 +1,7 @@
 // A small host program: it installs a host object with its own allocator,
 // out-of-memory and caught-exception callbacks, then throws and catches the
-// library's exceptions and prints them.
+// library's exceptions and prints them, and puts strings and number text
+// conversion to work.
 
 #include <uvt/all>
 
@@ -103,6 +104,30 @@ public:
 
 demo_host host;
 
+// Strings, number text and Unicode: a concatenation built with one
+// allocation, a wide string printed as UTF-8, numbers parsed and a bad one
+// reported by exception.
+void show_text(uvt::allocator& a)
+{
+    uvt::string name("settings", a);
+    uvt::string path(name + "/" + "main.conf", a);
+    const wchar_t wide_text[] = {L'p', L'r', 0xE9, L'f', 0};
+    uvt::wstring wide(wide_text, a);
+    uvt::buffer_stream<256> out;
+    out << "--- text: " << path << ", " << wide << ", ";
+
+    std::size_t used = 0;
+    const double ratio = uvt::stod("2.5e-3", &used);
+    char digits[uvt::dtoa_buffer_size];
+    out << uvt::dtoa(ratio * 4, 12, digits, sizeof digits) << " from " << used << " characters\n";
+    std::printf("%s", out.c_str());
+    try {
+        uvt::stoi("99999999999", nullptr, 10);
+    } catch (const uvt::exception& e) {
+        print("number out of range", e);
+    }
+}
+
 } // namespace
 
 extern "C" uvt_extern::UvtImport* get_uvt_import() { return &host; }
@@ -142,6 +167,8 @@ int main()
         std::printf("--- caught as std::bad_alloc: %s\n", e.what());
         static_cast<const uvt::exception&>(dynamic_cast<const uvt::bad_alloc&>(e)).mark_processed();
     }
+
+    show_text(global);
 
     void* block = global.allocate(100);
     global.deallocate(block);
