@@ -474,6 +474,10 @@ TEST(MemlibStrncpy, SourceEndingAtTheLastByteOfAPage)
         strncpy_impl(dst, s, length + 1);
         EXPECT_EQ(std::memcmp(dst, s, length + 1), 0);
     }
+    // A count of zero reads nothing, not even a source in an unmapped page.
+    dst[0] = '#';
+    EXPECT_EQ(strncpy_impl(dst, reinterpret_cast<const char*>(page.end()), 0), dst);
+    EXPECT_EQ(dst[0], '#');
 }
 
 // ---------------------------------------------------------------------------

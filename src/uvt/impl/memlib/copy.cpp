@@ -140,6 +140,12 @@ constexpr copy_loop_table memmoveAlignDestinationJTab = tableOf<backward_head, 1
 constinit const std::array<copy_count, 16> memcpyAlignCountJTab = tableOf<forward_count, 16>();
 constinit const std::array<copy_count, 16> memmoveAlignCountJTab = tableOf<backward_count, 16>();
 
+void settleCopyLoops() noexcept
+{
+    memcpyAlignedJTab.fill(loopsForThisProcessor());
+    memmoveAlignedJTab.fill(backwardLoopsForThisProcessor());
+}
+
 bool memcpyLoopsAre(const copy_loop_table& t) noexcept
 {
     return memcpyAlignedJTab.holds(t);

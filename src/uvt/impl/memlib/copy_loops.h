@@ -7,12 +7,11 @@
 // instruction set can stand in for a plainer one at link time.
 //
 // A loop for source misalignment K reads only aligned blocks that hold at
-// least one byte of the source, keeps the last block of a round in a
-// register for the next, and stores 16-byte aligned. It loads the next
-// round before storing the current one: a load that follows a store to an
-// address equal in its low 12 bits waits for that store (4 KiB aliasing),
-// which would otherwise slow copies whose destination lies a few bytes
-// above the source modulo the page size.
+// least one byte of the source and stores 16-byte aligned. A block is read
+// after stores to the destination only in the forward loops, and only where
+// the bytes it contributes lie above everything stored so far (memmove hands
+// them overlapping ranges only with the destination below the source), which
+// keeps the loops right for overlapping ranges.
 #pragma once
 
 #include "memlib_internal.h"
@@ -53,58 +52,45 @@ UVT_MEMLIB_RAW inline void* backwardTail(void* ret, char* d, const char* s, std:
     return memmoveAlignCountJTab[n](ret, d, s);
 }
 
-// Source misaligned by Join::shift (1..15); n >= 49.
+// Source misaligned by Join::shift (1..15); n >= 49. Round r joins the
+// aligned blocks at 32r, 32r + 16 and 32r + 32 from `block`; the last round
+// reads the block at 32 * (n / 32), which still holds a source byte. Every
+// round loads its blocks afresh rather than carrying them over in
+// registers: loads are cheaper than the register copies that the
+// destructive two-operand joins would otherwise need.
 template <class Join>
 UVT_MEMLIB_RAW void* forwardJoined(void* ret, char* d, const char* s, std::size_t n) noexcept
 {
-    const char* block = s - Join::shift;
-    const __m128i first = loadBlock(block);
-    __m128i mid = loadBlock(block + 16);
-    __m128i last = loadBlock(block + 32);
-    __m128i lo = Join::join(first, mid);
-    __m128i hi = Join::join(mid, last);
-    for (; n >= 64; n -= 32, d += 32, s += 32) {
-        block += 32;
-        mid = loadBlock(block + 16);
-        const __m128i next = loadBlock(block + 32);
-        const __m128i nextLo = Join::join(last, mid);
-        const __m128i nextHi = Join::join(mid, next);
-        storeBlock(d, lo);
-        storeBlock(d + 16, hi);
-        lo = nextLo;
-        hi = nextHi;
-        last = next;
+    const char* const block = s - Join::shift;
+    const std::size_t rounds = n / 32 * 32;
+    for (std::size_t i = 0; i < rounds; i += 32) {
+        const __m128i mid = loadBlock(block + i + 16);
+        storeBlock(d + i, Join::join(loadBlock(block + i), mid));
+        storeBlock(d + i + 16, Join::join(mid, loadBlock(block + i + 32)));
     }
-    storeBlock(d, lo);
-    storeBlock(d + 16, hi);
-    return forwardTail(ret, d + 32, s + 32, n - 32);
+    return forwardTail(ret, d + rounds, s + rounds, n % 32);
 }
 
 // Cursors at the end, source end misaligned by Join::shift (1..15); n >= 49.
+// The mirror image of forwardJoined, from the block holding the last byte.
+// Here the lowest block of a round, which the next round needs again, is
+// carried over: every join may then overwrite its upper operand, so no copy
+// is needed, and the loop never rereads bytes it may just have stored (an
+// overlapping memmove would wait for those stores to be forwarded).
 template <class Join>
 UVT_MEMLIB_RAW void* backwardJoined(void* ret, char* d, const char* s, std::size_t n) noexcept
 {
-    const char* block = s - Join::shift;
-    const __m128i top = loadBlock(block);
-    __m128i mid = loadBlock(block - 16);
-    __m128i low = loadBlock(block - 32);
-    __m128i hi = Join::join(mid, top);
-    __m128i lo = Join::join(low, mid);
-    for (; n >= 64; n -= 32, d -= 32, s -= 32) {
-        block -= 32;
-        mid = loadBlock(block - 16);
-        const __m128i next = loadBlock(block - 32);
-        const __m128i nextHi = Join::join(mid, low);
-        const __m128i nextLo = Join::join(next, mid);
-        storeBlock(d - 16, hi);
-        storeBlock(d - 32, lo);
-        hi = nextHi;
-        lo = nextLo;
-        low = next;
+    const char* const block = s - Join::shift;
+    const std::size_t rounds = n / 32 * 32;
+    __m128i top = loadBlock(block);
+    for (std::size_t i = 0; i < rounds; i += 32) {
+        const __m128i mid = loadBlock(block - i - 16);
+        const __m128i low = loadBlock(block - i - 32);
+        storeBlock(d - i - 16, Join::join(mid, top));
+        storeBlock(d - i - 32, Join::join(low, mid));
+        top = low;
     }
-    storeBlock(d - 16, hi);
-    storeBlock(d - 32, lo);
-    return backwardTail(ret, d - 32, s - 32, n - 32);
+    return backwardTail(ret, d - rounds, s - rounds, n % 32);
 }
 
 // The loop tables: entry 0 is the shared aligned-source loop, entry K the

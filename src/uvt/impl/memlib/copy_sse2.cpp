@@ -19,38 +19,30 @@ struct shift_join {
 
 } // namespace
 
+// Both blocks of a round are loaded before either is stored, so that the
+// loops stay right for ranges that overlap by less than a round.
 UVT_MEMLIB_RAW void* forwardAlignedSource(void* ret, char* d, const char* s, std::size_t n) noexcept
 {
-    __m128i lo = loadBlock(s);
-    __m128i hi = loadBlock(s + 16);
-    for (; n >= 64; n -= 32, d += 32, s += 32) {
-        const __m128i nextLo = loadBlock(s + 32);
-        const __m128i nextHi = loadBlock(s + 48);
-        storeBlock(d, lo);
-        storeBlock(d + 16, hi);
-        lo = nextLo;
-        hi = nextHi;
+    const std::size_t rounds = n / 32 * 32;
+    for (std::size_t i = 0; i < rounds; i += 32) {
+        const __m128i lo = loadBlock(s + i);
+        const __m128i hi = loadBlock(s + i + 16);
+        storeBlock(d + i, lo);
+        storeBlock(d + i + 16, hi);
     }
-    storeBlock(d, lo);
-    storeBlock(d + 16, hi);
-    return forwardTail(ret, d + 32, s + 32, n - 32);
+    return forwardTail(ret, d + rounds, s + rounds, n % 32);
 }
 
 UVT_MEMLIB_RAW void* backwardAlignedSource(void* ret, char* d, const char* s, std::size_t n) noexcept
 {
-    __m128i hi = loadBlock(s - 16);
-    __m128i lo = loadBlock(s - 32);
-    for (; n >= 64; n -= 32, d -= 32, s -= 32) {
-        const __m128i nextHi = loadBlock(s - 48);
-        const __m128i nextLo = loadBlock(s - 64);
-        storeBlock(d - 16, hi);
-        storeBlock(d - 32, lo);
-        hi = nextHi;
-        lo = nextLo;
+    const std::size_t rounds = n / 32 * 32;
+    for (std::size_t i = 0; i < rounds; i += 32) {
+        const __m128i hi = loadBlock(s - i - 16);
+        const __m128i lo = loadBlock(s - i - 32);
+        storeBlock(d - i - 16, hi);
+        storeBlock(d - i - 32, lo);
     }
-    storeBlock(d - 16, hi);
-    storeBlock(d - 32, lo);
-    return backwardTail(ret, d - 32, s - 32, n - 32);
+    return backwardTail(ret, d - rounds, s - rounds, n % 32);
 }
 
 constinit const copy_loop_table memcpyAlignedSSE2JTab = forwardLoops<shift_join>(std::make_index_sequence<15>{});

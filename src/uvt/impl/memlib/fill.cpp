@@ -8,13 +8,14 @@
 namespace uvt::impl::memlib {
 namespace {
 
-using fill_short = void (*)(char* d, std::uint32_t pattern) noexcept;
+// Entries return d, so that memset ends in a jump to them.
+using fill_short = void* (*)(char* d, std::uint32_t pattern) noexcept;
 
 // N bytes by 4-byte stores, the last one overlapping back to end at N;
 // below 4 bytes by a 2- and a 1-byte store.
 struct short_fill {
     template <std::size_t N>
-    UVT_MEMLIB_RAW static void run(char* d, std::uint32_t pattern) noexcept
+    UVT_MEMLIB_RAW static void* run(char* d, std::uint32_t pattern) noexcept
     {
         if constexpr (N >= 4) {
             for (std::size_t at = 0; at + 4 <= N; at += 4)
@@ -27,6 +28,7 @@ struct short_fill {
             if constexpr ((N & 1) != 0)
                 storePattern<1>(d + N - 1, pattern);
         }
+        return d;
     }
     template <std::size_t N>
     static constexpr fill_short at = run<N>;
@@ -43,10 +45,8 @@ extern "C" UVT_MEMLIB_RAW void* uvt_memlib_memset(void* dst, int c, std::size_t 
 {
     char* const d = static_cast<char*>(dst);
     const std::uint32_t pattern = 0x01010101u * static_cast<std::uint8_t>(c);
-    if (n <= 16) {
-        memsetShortChunkJTab[n](d, pattern);
-        return dst;
-    }
+    if (n <= 16)
+        return memsetShortChunkJTab[n](d, pattern);
     const __m128i v = _mm_set1_epi32(static_cast<int>(pattern));
     char* const last = d + n - 16;
     _mm_storeu_si128(reinterpret_cast<__m128i*>(d), v);

@@ -166,6 +166,14 @@ void padWithZeros(char* d, std::size_t n) noexcept;
 // dispatchInstructionSet(), reached without the PLT.
 std::int32_t dispatchLevel() noexcept;
 
+// Fill the writable tables and the strncpy_impl path for the dispatch level
+// now, whatever a stub may have chosen before. For the load-time warm-up:
+// code that runs before the C library has set up the environment (a
+// sanitizer runtime's start-up, for one) may already have gone through a
+// stub, which then could not see UVT_CPU_LEVEL.
+void settleCopyLoops() noexcept;
+void settleStrncpyPath() noexcept;
+
 // The writable tables, for diagnostics (memlibDispatch).
 bool memcpyLoopsAre(const copy_loop_table& t) noexcept;
 bool memmoveLoopsAre(const copy_loop_table& t) noexcept;

@@ -65,13 +65,15 @@ UVT_MEMLIB_RAW std::size_t alignedLength(const C* s) noexcept
             return (block - start + __builtin_ctz(zeros)) / sizeof(C);
     for (;; block += 64) {
         const auto* v = reinterpret_cast<const __m128i*>(block);
-        if (zero_elements<C>::inAny(_mm_load_si128(v), _mm_load_si128(v + 1), _mm_load_si128(v + 2),
-                                    _mm_load_si128(v + 3)))
-            break;
+        const __m128i a = _mm_load_si128(v), b = _mm_load_si128(v + 1);
+        const __m128i c = _mm_load_si128(v + 2), d = _mm_load_si128(v + 3);
+        if (zero_elements<C>::inAny(a, b, c, d)) {
+            using bits = std::uint64_t;
+            const bits all = bits{zero_elements<C>::in(a)} | bits{zero_elements<C>::in(b)} << 16 |
+                             bits{zero_elements<C>::in(c)} << 32 | bits{zero_elements<C>::in(d)} << 48;
+            return (block - start + __builtin_ctzll(all)) / sizeof(C);
+        }
     }
-    for (;; block += 16)
-        if ((zeros = zerosIn<C>(block)) != 0)
-            return (block - start + __builtin_ctz(zeros)) / sizeof(C);
 }
 
 // Length in elements, at most maxlen; reads no block beyond the one holding

@@ -105,6 +105,14 @@ char* strncpyOldArchitecture(char* dst, const char* src, std::size_t n) noexcept
     return strncpyOldArhitectJTab[misalignment(src, 16)](dst, src, n);
 }
 
+void settleStrncpyPath() noexcept
+{
+    const std::int32_t level = dispatchLevel();
+    if (level > CPU_SSE42)
+        strncpyAlignedJTab.fill(level >= CPU_AVX2 ? strncpyAlignedAVX2JTab : strncpyAlignedAVXJTab);
+    strncpyPathSlot.store(level > CPU_SSE42 ? strncpyWide : strncpyOldArchitecture, std::memory_order_relaxed);
+}
+
 strncpy_loop strncpyPath() noexcept
 {
     return strncpyPathSlot.load(std::memory_order_relaxed);
@@ -119,6 +127,10 @@ bool strncpyWideLoopsAre(const strncpy_wide_table& t) noexcept
 
 extern "C" char* uvt_memlib_strncpy(char* dst, const char* src, std::size_t n) noexcept
 {
+    // The loops read the source's first block before looking at n; with
+    // nothing to copy the source need not even be readable.
+    if (n == 0)
+        return dst;
     return uvt::impl::memlib::strncpyPath()(dst, src, n);
 }
 
