@@ -6,8 +6,7 @@
 
 #include <tmmintrin.h>
 
-#pragma GCC push_options
-#pragma GCC target("ssse3")
+UVT_MEMLIB_TARGET_BEGIN("ssse3")
 
 #include "copy_loops.h"
 
@@ -28,4 +27,4 @@ constinit const copy_loop_table memmoveAlignedSupSSE3JTab = backwardLoops<alignr
 
 } // namespace uvt::impl::memlib
 
-#pragma GCC pop_options
+UVT_MEMLIB_TARGET_END

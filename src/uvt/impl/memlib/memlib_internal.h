@@ -32,6 +32,20 @@
 // Defines an exported name as another symbol for the same code.
 #define UVT_MEMLIB_ALIAS_OF(core) __attribute__((alias(#core)))
 
+// Compiles the rest of a source file for an instruction-set extension
+// ("ssse3", "avx", "avx2"): functions defined between UVT_MEMLIB_TARGET_BEGIN
+// and UVT_MEMLIB_TARGET_END may use it, and are reached only through the
+// dispatch on processors that have it. g++ and clang spell this differently.
+#define UVT_MEMLIB_PRAGMA(text) _Pragma(#text)
+#if defined(__clang__)
+#define UVT_MEMLIB_TARGET_BEGIN(isa) \
+    UVT_MEMLIB_PRAGMA(clang attribute push(__attribute__((target(isa))), apply_to = function))
+#define UVT_MEMLIB_TARGET_END UVT_MEMLIB_PRAGMA(clang attribute pop)
+#else
+#define UVT_MEMLIB_TARGET_BEGIN(isa) UVT_MEMLIB_PRAGMA(GCC push_options) UVT_MEMLIB_PRAGMA(GCC target(isa))
+#define UVT_MEMLIB_TARGET_END UVT_MEMLIB_PRAGMA(GCC pop_options)
+#endif
+
 extern "C" {
 void* uvt_memlib_memcpy(void* dst, const void* src, std::size_t n) noexcept;
 void* uvt_memlib_memmove(void* dst, const void* src, std::size_t n) noexcept;

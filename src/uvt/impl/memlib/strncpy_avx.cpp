@@ -6,8 +6,7 @@
 
 #include <immintrin.h>
 
-#pragma GCC push_options
-#pragma GCC target("avx")
+UVT_MEMLIB_TARGET_BEGIN("avx")
 
 #include "strncpy_loops.h"
 
@@ -44,4 +43,4 @@ constinit const strncpy_wide_table strncpyAlignedAVXJTab = strncpy_loops<avx_vec
 
 } // namespace uvt::impl::memlib
 
-#pragma GCC pop_options
+UVT_MEMLIB_TARGET_END

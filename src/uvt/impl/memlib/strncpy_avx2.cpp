@@ -6,8 +6,7 @@
 
 #include <immintrin.h>
 
-#pragma GCC push_options
-#pragma GCC target("avx2")
+UVT_MEMLIB_TARGET_BEGIN("avx2")
 
 #include "strncpy_loops.h"
 
@@ -40,4 +39,4 @@ constinit const strncpy_wide_table strncpyAlignedAVX2JTab = strncpy_loops<avx2_v
 
 } // namespace uvt::impl::memlib
 
-#pragma GCC pop_options
+UVT_MEMLIB_TARGET_END
