@@ -8,6 +8,7 @@
 // significant digits (each scaling step rounds to 64 bits) and within two
 // beyond (only 17 digits are kept).
 #include "fuzz_check.h"
+#include "../tests/support/ulp_distance.h"
 
 #include <uvt/impl/strtod>
 
@@ -94,16 +95,6 @@ bool isDouble(Decimal d)
     return d.digits < limit;
 }
 
-long ulpDistance(double a, double b)
-{
-    std::int64_t x, y;
-    std::memcpy(&x, &a, sizeof x);
-    std::memcpy(&y, &b, sizeof y);
-    x = x < 0 ? INT64_MIN - x : x;
-    y = y < 0 ? INT64_MIN - y : y;
-    return std::labs(long(x - y));
-}
-
 void compareWithGlibc(const std::string& text, double value, std::size_t stop, int error)
 {
     char* end;
@@ -118,7 +109,7 @@ void compareWithGlibc(const std::string& text, double value, std::size_t stop, i
     }
     const Decimal d = scan(text.c_str(), used);
     const long allowed = d.significant <= 17 ? isDouble(d) ? 0 : 1 : 2;
-    FUZZ_CHECK(ulpDistance(value, expected) <= allowed);
+    FUZZ_CHECK(uvt_test::ulpDistance(value, expected) <= allowed);
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 
 #include "support/guarded_text.h"
 #include "support/test_allocator.h"
+#include "support/ulp_distance.h"
 
 #include <gtest/gtest.h>
 
@@ -216,16 +217,6 @@ struct Row {
     int ulps;   // allowed distance from `value`
 };
 
-long ulpDistance(double a, double b)
-{
-    std::int64_t x, y;
-    std::memcpy(&x, &a, sizeof x);
-    std::memcpy(&y, &b, sizeof y);
-    x = x < 0 ? INT64_MIN - x : x;
-    y = y < 0 ? INT64_MIN - y : y;
-    return std::labs(long(x - y));
-}
-
 template <class C>
 void expectParsed(const Row& row, const std::basic_string<C>& text)
 {
@@ -233,7 +224,7 @@ void expectParsed(const Row& row, const std::basic_string<C>& text)
     const C* stop = nullptr;
     errno = -1;
     const double value = uvt::uvtStringToDoubleT<double, uvt::ieee754_double, 12, 1023, C>(guarded.c_str(), &stop);
-    EXPECT_LE(ulpDistance(value, row.value), row.ulps) << "line " << row.line << ": " << value;
+    EXPECT_LE(uvt_test::ulpDistance(value, row.value), row.ulps) << "line " << row.line << ": " << value;
     EXPECT_EQ(std::signbit(value), std::signbit(row.value)) << "line " << row.line;
     EXPECT_EQ(stop - guarded.c_str(), row.stop) << "line " << row.line;
     EXPECT_EQ(errno, row.error) << "line " << row.line;
@@ -367,7 +358,7 @@ TEST(StrToD, AgreesWithGlibc)
         const std::string text = randomDecimal(rng);
         const double expected = std::strtod(text.c_str(), nullptr);
         const double value = uvt::strtod(text.c_str(), nullptr);
-        ASSERT_LE(ulpDistance(value, expected), 1) << text;
+        ASSERT_LE(uvt_test::ulpDistance(value, expected), 1) << text;
         identical += value == expected;
     }
     std::printf("identical to glibc: %.4f%%\n", 100.0 * identical / count);
