@@ -179,6 +179,29 @@ TEST_P(Memlib, MemmoveOverlappingBothWays)
             }
 }
 
+// Moves of 64 bytes or more whose ranges are less than a 16-byte piece
+// apart, in both directions: the piece that covers the head (and the pieces
+// at the far end) overlap bytes the loops still read, so they must be loaded
+// before, and stored after, everything else.
+TEST_P(Memlib, MemmoveByLessThanAPiece)
+{
+    constexpr std::size_t size = 2 * 200 + 2 * margin;
+    alignas(64) static unsigned char buffer[size];
+    for (std::size_t n = 64; n <= 200; ++n)
+        for (long shift = -15; shift <= 15; ++shift)
+            for (std::size_t sa = 0; sa < 16; ++sa) {
+                const std::size_t src = margin + 100 + sa;
+                const std::size_t dst = src + shift;
+                fill(buffer, size, 13);
+                ASSERT_EQ(f().memmove(buffer + dst, buffer + src, n), buffer + dst);
+                const std::size_t at = first_mismatch(buffer, size, [&](std::size_t i) {
+                    const bool inside = i >= dst && i < dst + n;
+                    return inside ? pattern(i - dst + src, 13) : pattern(i, 13);
+                });
+                ASSERT_EQ(at, size) << "n " << n << " shift " << shift << " src+" << sa;
+            }
+}
+
 TEST_P(Memlib, LargeCopiesAndMoves)
 {
     for (std::size_t n : {4095ul, 4096ul, 4097ul, 65536ul + 5, (1ul << 20) + 3})
@@ -390,6 +413,28 @@ TEST_P(Memlib, ScansEndingAtTheLastByteOfAPage)
         EXPECT_EQ(f().wcslen(wide_end - 1 - length), length);
         wide_end[-1] = L'x';
         EXPECT_EQ(f().wcsnlen(wide_end - 1 - length, length + 1), length + 1);
+    }
+}
+
+// Long scans up to the last byte of a page, from every start within the
+// last 128-byte pair of lines and beyond: the scans that test several
+// blocks at once must never run into the next page.
+TEST_P(Memlib, LongScansEndingAtTheLastByteOfAPage)
+{
+    guarded_page page;
+    fill(page.begin(), page.size(), 14);
+    unsigned char* terminator = page.end() - 1;
+    *terminator = 0;
+    for (std::size_t length = 100; length <= 1100; ++length) {
+        const char* s = reinterpret_cast<const char*>(terminator - length);
+        ASSERT_EQ(f().strlen(s), length);
+        ASSERT_EQ(f().strnlen(s, length + 3), length);
+    }
+    auto* wide_end = reinterpret_cast<wchar_t*>(page.end());
+    wide_end[-1] = 0;
+    for (std::size_t length = 40; length <= 300; ++length) {
+        ASSERT_EQ(f().wcslen(wide_end - 1 - length), length);
+        ASSERT_EQ(f().wcsnlen(wide_end - 1 - length, length + 2), length);
     }
 }
 

@@ -2,37 +2,63 @@
 // self-patching tables of inner loops (the loops themselves are built in
 // copy_sse2.cpp and copy_ssse3.cpp).
 //
-// A forward copy of 64 bytes or more first copies the 0..15 bytes that bring
-// the destination to a 16-byte boundary, then jumps through the loop table by
-// the source's misalignment; the loop copies 32 bytes a round with aligned
-// stores and finishes the tail. memmove mirrors that from the end when the
-// destination lies above the source within the copied range.
+// Below 64 bytes a copy loads everything (one to four overlapping 16-byte
+// pieces, or from the count table two overlapping 8-, 4- or 2-byte pieces)
+// before it stores anything, which makes it right for overlapping ranges in
+// either direction. A forward copy of 64 bytes or more goes through the head
+// table by the 0..15 bytes that bring the destination to a 16-byte boundary:
+// the entry loads the 16 bytes that cover them (stored by the loop at the
+// end) and jumps through the loop table by the source's misalignment; the
+// loop copies 128 bytes a round with aligned stores (then 64 and 32 as
+// needed) and finishes the tail.
+// memmove mirrors that from the end when the destination lies above the
+// source within the copied range.
 
 #include "memlib_internal.h"
 
 namespace uvt::impl::memlib {
 namespace {
 
-// One piece of a forward copy when bit `Piece` is set in N; advances.
-template <std::size_t Piece, std::size_t N>
-UVT_MEMLIB_RAW inline void forwardStep(char*& d, const char*& s) noexcept
+UVT_MEMLIB_RAW inline __m128i loadPiece16(const char* p) noexcept
 {
-    if constexpr ((N & Piece) != 0) {
-        movePiece<Piece>(d, s);
-        d += Piece;
-        s += Piece;
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+
+UVT_MEMLIB_RAW inline void storePiece16(char* p, __m128i v) noexcept
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
+}
+
+// Copies N (0..15) bytes from s to d: the largest piece of 8, 4, 2 or 1
+// bytes that fits, twice, the second ending at N (the two overlap unless N is
+// twice the piece); both are loaded before either is stored.
+template <std::size_t N>
+UVT_MEMLIB_RAW inline void copyUnder16(char* d, const char* s) noexcept
+{
+    if constexpr (N != 0) {
+        constexpr std::size_t piece = N >= 8 ? 8 : N >= 4 ? 4 : N >= 2 ? 2 : 1;
+        using word = typename scalar_of<piece>::type;
+        const word first = *reinterpret_cast<const word*>(s);
+        const word last = *reinterpret_cast<const word*>(s + N - piece);
+        *reinterpret_cast<word*>(d) = first;
+        *reinterpret_cast<word*>(d + N - piece) = last;
     }
 }
 
-// One piece of a backward copy, below the cursors, which move down.
-template <std::size_t Piece, std::size_t N>
-UVT_MEMLIB_RAW inline void backwardStep(char*& d, const char*& s) noexcept
+// Copies 16..63 bytes: pieces at both ends, and for more than 32 bytes two
+// more after the first and before the last; all loaded before any store.
+UVT_MEMLIB_RAW inline void copy16To63(char* d, const char* s, std::size_t n) noexcept
 {
-    if constexpr ((N & Piece) != 0) {
-        d -= Piece;
-        s -= Piece;
-        movePiece<Piece>(d, s);
+    const __m128i first = loadPiece16(s);
+    const __m128i last = loadPiece16(s + n - 16);
+    if (n > 32) {
+        const __m128i second = loadPiece16(s + 16);
+        const __m128i penultimate = loadPiece16(s + n - 32);
+        storePiece16(d + 16, second);
+        storePiece16(d + n - 32, penultimate);
     }
+    storePiece16(d, first);
+    storePiece16(d + n - 16, last);
 }
 
 std::size_t misalignment(const void* p) noexcept
@@ -50,52 +76,47 @@ const copy_loop_table& backwardLoopsForThisProcessor() noexcept
     return dispatchLevel() >= CPU_SSSE3 ? memmoveAlignedSupSSE3JTab : memmoveAlignedSSE2JTab;
 }
 
-void* memcpyAlignedStub(void* ret, char* d, const char* s, std::size_t n) noexcept;
-void* memmoveAlignedStub(void* ret, char* d, const char* s, std::size_t n) noexcept;
+void* memcpyAlignedStub(void* ret, char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
+void* memmoveAlignedStub(void* ret, char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
 
 constinit live_table<copy_loop, 16> memcpyAlignedJTab{memcpyAlignedStub};
 constinit live_table<copy_loop, 16> memmoveAlignedJTab{memmoveAlignedStub};
 
-void* memcpyAlignedStub(void* ret, char* d, const char* s, std::size_t n) noexcept
+void* memcpyAlignedStub(void* ret, char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept
 {
     memcpyAlignedJTab.fill(loopsForThisProcessor());
-    return memcpyAlignedJTab[misalignment(s)](ret, d, s, n);
+    return memcpyAlignedJTab[misalignment(s)](ret, d, s, n, head, headAt);
 }
 
-void* memmoveAlignedStub(void* ret, char* d, const char* s, std::size_t n) noexcept
+void* memmoveAlignedStub(void* ret, char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept
 {
     memmoveAlignedJTab.fill(backwardLoopsForThisProcessor());
-    return memmoveAlignedJTab[misalignment(s)](ret, d, s, n);
+    return memmoveAlignedJTab[misalignment(s)](ret, d, s, n, head, headAt);
 }
 
-// The heads take their pieces smallest first, so that starting from any
-// address every store is naturally aligned and the destination ends on a
-// 16-byte boundary, and then continue into the loop for the source's
-// misalignment; the counts take them largest first, for the same reason from
-// an aligned cursor. Every piece is loaded before it is stored, and pieces go
-// in the direction of the copy, which is what makes them safe for memmove.
+// Entries of the head tables: copy_loop without the head arguments.
+using copy_loop_entry = void* (*)(void* ret, char* d, const char* s, std::size_t n) noexcept;
+
+// A head entry copies no byte itself: it loads the 16 bytes at the start
+// (forward) or the end (backward), which cover the N bytes up to the
+// destination's boundary, and hands them to the loop, which stores them
+// after its last load.
 struct forward_head {
     template <std::size_t N>
     UVT_MEMLIB_RAW static void* run(void* ret, char* d, const char* s, std::size_t n) noexcept
     {
-        forwardStep<1, N>(d, s);
-        forwardStep<2, N>(d, s);
-        forwardStep<4, N>(d, s);
-        forwardStep<8, N>(d, s);
-        return memcpyAlignedJTab[misalignment(s)](ret, d, s, n - N);
+        const copy_head head{loadPiece16(s)};
+        return memcpyAlignedJTab[misalignment(s + N)](ret, d + N, s + N, n - N, head, d);
     }
     template <std::size_t N>
-    static constexpr copy_loop at = run<N>;
+    static constexpr copy_loop_entry at = run<N>;
 };
 
 struct forward_count {
     template <std::size_t N>
     UVT_MEMLIB_RAW static void* run(void* ret, char* d, const char* s) noexcept
     {
-        forwardStep<8, N>(d, s);
-        forwardStep<4, N>(d, s);
-        forwardStep<2, N>(d, s);
-        forwardStep<1, N>(d, s);
+        copyUnder16<N>(d, s);
         return ret;
     }
     template <std::size_t N>
@@ -106,24 +127,18 @@ struct backward_head {
     template <std::size_t N>
     UVT_MEMLIB_RAW static void* run(void* ret, char* d, const char* s, std::size_t n) noexcept
     {
-        backwardStep<1, N>(d, s);
-        backwardStep<2, N>(d, s);
-        backwardStep<4, N>(d, s);
-        backwardStep<8, N>(d, s);
-        return memmoveAlignedJTab[misalignment(s)](ret, d, s, n - N);
+        const copy_head head{loadPiece16(s - 16)};
+        return memmoveAlignedJTab[misalignment(s - N)](ret, d - N, s - N, n - N, head, d - 16);
     }
     template <std::size_t N>
-    static constexpr copy_loop at = run<N>;
+    static constexpr copy_loop_entry at = run<N>;
 };
 
 struct backward_count {
     template <std::size_t N>
     UVT_MEMLIB_RAW static void* run(void* ret, char* d, const char* s) noexcept
     {
-        backwardStep<8, N>(d, s);
-        backwardStep<4, N>(d, s);
-        backwardStep<2, N>(d, s);
-        backwardStep<1, N>(d, s);
+        copyUnder16<N>(d - N, s - N);
         return ret;
     }
     template <std::size_t N>
@@ -132,8 +147,8 @@ struct backward_count {
 
 // Entered with at least 64 bytes; copy the head that aligns the destination
 // (its start, or for memmove its end) and continue into the loops.
-constexpr copy_loop_table memcpyAlignDestinationJTab = tableOf<forward_head, 16>();
-constexpr copy_loop_table memmoveAlignDestinationJTab = tableOf<backward_head, 16>();
+constexpr std::array<copy_loop_entry, 16> memcpyAlignDestinationJTab = tableOf<forward_head, 16>();
+constexpr std::array<copy_loop_entry, 16> memmoveAlignDestinationJTab = tableOf<backward_head, 16>();
 
 } // namespace
 
@@ -165,9 +180,10 @@ extern "C" UVT_MEMLIB_RAW void* uvt_memlib_memcpy(void* dst, const void* src, st
     char* d = static_cast<char*>(dst);
     const char* s = static_cast<const char*>(src);
     if (n < 64) {
-        for (; n >= 16; n -= 16, d += 16, s += 16)
-            movePiece<16>(d, s);
-        return memcpyAlignCountJTab[n](dst, d, s);
+        if (n < 16)
+            return memcpyAlignCountJTab[n](dst, d, s);
+        copy16To63(d, s, n);
+        return dst;
     }
     return memcpyAlignDestinationJTab[-reinterpret_cast<std::uintptr_t>(d) & 15](dst, d, s, n);
 }
@@ -181,12 +197,11 @@ extern "C" UVT_MEMLIB_RAW void* uvt_memlib_memmove(void* dst, const void* src, s
     char* d = static_cast<char*>(dst) + n;
     const char* s = static_cast<const char*>(src) + n;
     if (n < 64) {
-        for (; n >= 16; n -= 16) {
-            d -= 16;
-            s -= 16;
-            movePiece<16>(d, s);
-        }
-        return memmoveAlignCountJTab[n](dst, d, s);
+        if (n < 16)
+            return memmoveAlignCountJTab[n](dst, d, s);
+        // Everything is loaded before anything is stored: no direction.
+        copy16To63(static_cast<char*>(dst), static_cast<const char*>(src), n);
+        return dst;
     }
     return memmoveAlignDestinationJTab[misalignment(d)](dst, d, s, n);
 }

@@ -7,11 +7,15 @@
 // instruction set can stand in for a plainer one at link time.
 //
 // A loop for source misalignment K reads only aligned blocks that hold at
-// least one byte of the source and stores 16-byte aligned. A block is read
+// least one byte of the source and stores 16-byte aligned, 128 bytes a
+// round and then at most one part of 64 and one of 32. A block is read
 // after stores to the destination only in the forward loops, and only where
 // the bytes it contributes lie above everything stored so far (memmove hands
-// them overlapping ranges only with the destination below the source), which
-// keeps the loops right for overlapping ranges.
+// them overlapping ranges only with the destination below the source),
+// which keeps the loops right for overlapping ranges. The 32 bytes at the far end
+// of the copy (the tail) and the 16 bytes of the head are loaded unaligned
+// before the first store and stored, overlapping what the rounds wrote,
+// after the last load.
 #pragma once
 
 #include "memlib_internal.h"
@@ -29,46 +33,88 @@ UVT_MEMLIB_RAW inline void storeBlock(char* p, __m128i v) noexcept
     _mm_store_si128(reinterpret_cast<__m128i*>(p), v);
 }
 
-// After the loops: fewer than 32 bytes, destination cursor aligned.
-UVT_MEMLIB_RAW inline void* forwardTail(void* ret, char* d, const char* s, std::size_t n) noexcept
+UVT_MEMLIB_RAW inline __m128i loadPiece(const char* p) noexcept
 {
-    if (n >= 16) {
-        movePiece<16>(d, s);
-        d += 16;
-        s += 16;
-        n -= 16;
-    }
-    return memcpyAlignCountJTab[n](ret, d, s);
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
 }
 
-UVT_MEMLIB_RAW inline void* backwardTail(void* ret, char* d, const char* s, std::size_t n) noexcept
+UVT_MEMLIB_RAW inline void storePiece(char* p, __m128i v) noexcept
 {
-    if (n >= 16) {
-        d -= 16;
-        s -= 16;
-        n -= 16;
-        movePiece<16>(d, s);
-    }
-    return memmoveAlignCountJTab[n](ret, d, s);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
 }
 
-// Source misaligned by Join::shift (1..15); n >= 49. Round r joins the
-// aligned blocks at 32r, 32r + 16 and 32r + 32 from `block`; the last round
-// reads the block at 32 * (n / 32), which still holds a source byte. Every
-// round loads its blocks afresh rather than carrying them over in
-// registers: loads are cheaper than the register copies that the
-// destructive two-operand joins would otherwise need.
+// The far end of a copy: 32 bytes, loaded before the loop and stored after.
+struct copy_tail {
+    __m128i low, high;
+};
+
+UVT_MEMLIB_RAW inline copy_tail loadTail(const char* from) noexcept
+{
+    return {loadPiece(from), loadPiece(from + 16)};
+}
+
+UVT_MEMLIB_RAW inline void* finish(void* ret, char* tailAt, copy_tail tail, char* headAt, copy_head head) noexcept
+{
+    storePiece(tailAt, tail.low);
+    storePiece(tailAt + 16, tail.high);
+    storePiece(headAt, head.bytes);
+    return ret;
+}
+
+// 64 bytes of a forward joined loop: the five blocks are loaded before the
+// first store, which keeps loads clear of the stores just issued.
 template <class Join>
-UVT_MEMLIB_RAW void* forwardJoined(void* ret, char* d, const char* s, std::size_t n) noexcept
+UVT_MEMLIB_RAW inline void forwardJoined64(char* d, const char* block) noexcept
 {
+    const __m128i b0 = loadBlock(block), b1 = loadBlock(block + 16), b2 = loadBlock(block + 32);
+    const __m128i b3 = loadBlock(block + 48), b4 = loadBlock(block + 64);
+    storeBlock(d, Join::join(b0, b1));
+    storeBlock(d + 16, Join::join(b1, b2));
+    storeBlock(d + 32, Join::join(b2, b3));
+    storeBlock(d + 48, Join::join(b3, b4));
+}
+
+// Source misaligned by Join::shift (1..15); n >= 49. Destination block j is
+// joined from the aligned blocks at 16j and 16j + 16 from `block`; a round
+// that ends at byte e of the destination reads the block at e, which still
+// holds a source byte as long as e <= n.
+template <class Join>
+UVT_MEMLIB_RAW void* forwardJoined(void* ret, char* d, const char* s, std::size_t n, copy_head head,
+                                   char* headAt) noexcept
+{
+    const copy_tail tail = loadTail(s + n - 32);
     const char* const block = s - Join::shift;
-    const std::size_t rounds = n / 32 * 32;
-    for (std::size_t i = 0; i < rounds; i += 32) {
-        const __m128i mid = loadBlock(block + i + 16);
-        storeBlock(d + i, Join::join(loadBlock(block + i), mid));
-        storeBlock(d + i + 16, Join::join(mid, loadBlock(block + i + 32)));
+    std::size_t i = 0;
+    for (; n - i >= 128; i += 128) {
+        forwardJoined64<Join>(d + i, block + i);
+        forwardJoined64<Join>(d + i + 64, block + i + 64);
     }
-    return forwardTail(ret, d + rounds, s + rounds, n % 32);
+    if (n - i >= 64) {
+        forwardJoined64<Join>(d + i, block + i);
+        i += 64;
+    }
+    if (n - i > 32) {
+        storeBlock(d + i, Join::join(loadBlock(block + i), loadBlock(block + i + 16)));
+        storeBlock(d + i + 16, Join::join(loadBlock(block + i + 16), loadBlock(block + i + 32)));
+    }
+    return finish(ret, d + n - 32, tail, headAt, head);
+}
+
+// The 64 bytes below a backward joined loop's cursors; `top` is the block at
+// `block`, already loaded. Returns the lowest block, which the next 64 bytes
+// need again.
+template <class Join>
+UVT_MEMLIB_RAW inline __m128i backwardJoined64(char* d, const char* block, __m128i top) noexcept
+{
+    const __m128i b1 = loadBlock(block - 16);
+    storeBlock(d - 16, Join::join(b1, top));
+    const __m128i b2 = loadBlock(block - 32);
+    storeBlock(d - 32, Join::join(b2, b1));
+    const __m128i b3 = loadBlock(block - 48);
+    storeBlock(d - 48, Join::join(b3, b2));
+    const __m128i b4 = loadBlock(block - 64);
+    storeBlock(d - 64, Join::join(b4, b3));
+    return b4;
 }
 
 // Cursors at the end, source end misaligned by Join::shift (1..15); n >= 49.
@@ -78,19 +124,27 @@ UVT_MEMLIB_RAW void* forwardJoined(void* ret, char* d, const char* s, std::size_
 // is needed, and the loop never rereads bytes it may just have stored (an
 // overlapping memmove would wait for those stores to be forwarded).
 template <class Join>
-UVT_MEMLIB_RAW void* backwardJoined(void* ret, char* d, const char* s, std::size_t n) noexcept
+UVT_MEMLIB_RAW void* backwardJoined(void* ret, char* d, const char* s, std::size_t n, copy_head head,
+                                    char* headAt) noexcept
 {
+    const copy_tail tail = loadTail(s - n);
     const char* const block = s - Join::shift;
-    const std::size_t rounds = n / 32 * 32;
     __m128i top = loadBlock(block);
-    for (std::size_t i = 0; i < rounds; i += 32) {
-        const __m128i mid = loadBlock(block - i - 16);
-        const __m128i low = loadBlock(block - i - 32);
-        storeBlock(d - i - 16, Join::join(mid, top));
-        storeBlock(d - i - 32, Join::join(low, mid));
-        top = low;
+    std::size_t i = 0;
+    for (; n - i >= 128; i += 128) {
+        top = backwardJoined64<Join>(d - i, block - i, top);
+        top = backwardJoined64<Join>(d - i - 64, block - i - 64, top);
     }
-    return backwardTail(ret, d - rounds, s - rounds, n % 32);
+    if (n - i >= 64) {
+        top = backwardJoined64<Join>(d - i, block - i, top);
+        i += 64;
+    }
+    if (n - i > 32) {
+        const __m128i b1 = loadBlock(block - i - 16);
+        storeBlock(d - i - 16, Join::join(b1, top));
+        storeBlock(d - i - 32, Join::join(loadBlock(block - i - 32), b1));
+    }
+    return finish(ret, d - n, tail, headAt, head);
 }
 
 // The loop tables: entry 0 is the shared aligned-source loop, entry K the

@@ -19,30 +19,67 @@ struct shift_join {
 
 } // namespace
 
-// Both blocks of a round are loaded before either is stored, so that the
-// loops stay right for ranges that overlap by less than a round.
-UVT_MEMLIB_RAW void* forwardAlignedSource(void* ret, char* d, const char* s, std::size_t n) noexcept
+// The blocks of each 64 bytes are loaded before any of them is stored, so
+// that the loops stay right for ranges that overlap by less than that.
+UVT_MEMLIB_RAW inline void forwardAligned64(char* d, const char* s) noexcept
 {
-    const std::size_t rounds = n / 32 * 32;
-    for (std::size_t i = 0; i < rounds; i += 32) {
-        const __m128i lo = loadBlock(s + i);
-        const __m128i hi = loadBlock(s + i + 16);
-        storeBlock(d + i, lo);
-        storeBlock(d + i + 16, hi);
-    }
-    return forwardTail(ret, d + rounds, s + rounds, n % 32);
+    const __m128i b0 = loadBlock(s), b1 = loadBlock(s + 16), b2 = loadBlock(s + 32), b3 = loadBlock(s + 48);
+    storeBlock(d, b0);
+    storeBlock(d + 16, b1);
+    storeBlock(d + 32, b2);
+    storeBlock(d + 48, b3);
 }
 
-UVT_MEMLIB_RAW void* backwardAlignedSource(void* ret, char* d, const char* s, std::size_t n) noexcept
+// The 64 bytes below the cursors.
+UVT_MEMLIB_RAW inline void backwardAligned64(char* d, const char* s) noexcept
 {
-    const std::size_t rounds = n / 32 * 32;
-    for (std::size_t i = 0; i < rounds; i += 32) {
-        const __m128i hi = loadBlock(s - i - 16);
-        const __m128i lo = loadBlock(s - i - 32);
-        storeBlock(d - i - 16, hi);
-        storeBlock(d - i - 32, lo);
+    const __m128i b0 = loadBlock(s - 16), b1 = loadBlock(s - 32), b2 = loadBlock(s - 48), b3 = loadBlock(s - 64);
+    storeBlock(d - 16, b0);
+    storeBlock(d - 32, b1);
+    storeBlock(d - 48, b2);
+    storeBlock(d - 64, b3);
+}
+
+UVT_MEMLIB_RAW void* forwardAlignedSource(void* ret, char* d, const char* s, std::size_t n, copy_head head,
+                                          char* headAt) noexcept
+{
+    const copy_tail tail = loadTail(s + n - 32);
+    std::size_t i = 0;
+    for (; n - i >= 128; i += 128) {
+        forwardAligned64(d + i, s + i);
+        forwardAligned64(d + i + 64, s + i + 64);
     }
-    return backwardTail(ret, d - rounds, s - rounds, n % 32);
+    if (n - i >= 64) {
+        forwardAligned64(d + i, s + i);
+        i += 64;
+    }
+    if (n - i > 32) {
+        const __m128i b0 = loadBlock(s + i), b1 = loadBlock(s + i + 16);
+        storeBlock(d + i, b0);
+        storeBlock(d + i + 16, b1);
+    }
+    return finish(ret, d + n - 32, tail, headAt, head);
+}
+
+UVT_MEMLIB_RAW void* backwardAlignedSource(void* ret, char* d, const char* s, std::size_t n, copy_head head,
+                                           char* headAt) noexcept
+{
+    const copy_tail tail = loadTail(s - n);
+    std::size_t i = 0;
+    for (; n - i >= 128; i += 128) {
+        backwardAligned64(d - i, s - i);
+        backwardAligned64(d - i - 64, s - i - 64);
+    }
+    if (n - i >= 64) {
+        backwardAligned64(d - i, s - i);
+        i += 64;
+    }
+    if (n - i > 32) {
+        const __m128i b0 = loadBlock(s - i - 16), b1 = loadBlock(s - i - 32);
+        storeBlock(d - i - 16, b0);
+        storeBlock(d - i - 32, b1);
+    }
+    return finish(ret, d - n, tail, headAt, head);
 }
 
 constinit const copy_loop_table memcpyAlignedSSE2JTab = forwardLoops<shift_join>(std::make_index_sequence<15>{});

@@ -1,7 +1,9 @@
 // memset: up to 16 bytes through a table of straight-line fills by count;
-// beyond that an unaligned 16-byte store at the start, aligned stores over
-// the interior and an unaligned store ending exactly at the end (the three
-// overlap where they meet, which costs nothing and saves the edge cases).
+// beyond that an unaligned 16-byte store at the start and one ending exactly
+// at the end (enough up to 32 bytes), and aligned stores over the interior,
+// 64 bytes a round and the last one to four blocks without a loop (the
+// stores overlap where they meet, which costs nothing and saves the edge
+// cases).
 
 #include "memlib_internal.h"
 
@@ -50,16 +52,26 @@ extern "C" UVT_MEMLIB_RAW void* uvt_memlib_memset(void* dst, int c, std::size_t 
     const __m128i v = _mm_set1_epi32(static_cast<int>(pattern));
     char* const last = d + n - 16;
     _mm_storeu_si128(reinterpret_cast<__m128i*>(d), v);
-    char* p = reinterpret_cast<char*>((reinterpret_cast<std::uintptr_t>(d) + 16) & ~std::uintptr_t{15});
-    for (; last - p >= 64; p += 64) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(last), v);
+    if (n <= 32)
+        return dst;
+    // The aligned blocks from the one holding d + 16 to the one holding
+    // last - 1 cover the rest; each lies within [d, d + n).
+    char* p = reinterpret_cast<char*>(reinterpret_cast<std::uintptr_t>(d + 16) & ~std::uintptr_t{15});
+    char* const final = reinterpret_cast<char*>(reinterpret_cast<std::uintptr_t>(last - 1) & ~std::uintptr_t{15});
+    for (; final - p >= 64; p += 64) {
         _mm_store_si128(reinterpret_cast<__m128i*>(p), v);
         _mm_store_si128(reinterpret_cast<__m128i*>(p + 16), v);
         _mm_store_si128(reinterpret_cast<__m128i*>(p + 32), v);
         _mm_store_si128(reinterpret_cast<__m128i*>(p + 48), v);
     }
-    for (; p < last; p += 16)
-        _mm_store_si128(reinterpret_cast<__m128i*>(p), v);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(last), v);
+    // 1 to 4 blocks left, from p to final.
+    _mm_store_si128(reinterpret_cast<__m128i*>(p), v);
+    _mm_store_si128(reinterpret_cast<__m128i*>(final), v);
+    if (final - p >= 32) {
+        _mm_store_si128(reinterpret_cast<__m128i*>(p + 16), v);
+        _mm_store_si128(reinterpret_cast<__m128i*>(p + 32), v);
+    }
     return dst;
 }
 

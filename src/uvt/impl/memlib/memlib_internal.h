@@ -140,12 +140,21 @@ private:
 // Inner loops of memcpy/memmove, one per source misalignment. Called with
 // n >= 49 bytes left and the destination cursor 16-byte aligned; forward
 // loops get the cursors at the start of what is left, backward loops at its
-// end. They finish the copy and return `ret`.
-using copy_loop = void* (*)(void* ret, char* d, const char* s, std::size_t n) noexcept;
+// end. `head` holds the 16 source bytes that the head covers, loaded before
+// anything was stored, and `headAt` is where they go: the loop stores them
+// once it has read everything it needs, so that a copy whose destination
+// lies just below its source never reads bytes it has already overwritten.
+// The loops finish the copy (the last 32 bytes at the far end are likewise
+// loaded first and stored last) and return `ret`.
+struct copy_head {
+    __m128i bytes;  // a class of one vector: passed in a vector register
+};
+using copy_loop = void* (*)(void* ret, char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
 using copy_loop_table = std::array<copy_loop, 16>;
 
 // Copies of 0..15 bytes by count; forward ones start at the cursors,
-// backward ones end at them. Return `ret`.
+// backward ones end at them. Every piece is loaded before the first store,
+// so they are right for overlapping ranges in either direction. Return `ret`.
 using copy_count = void* (*)(void* ret, char* d, const char* s) noexcept;
 
 extern const copy_loop_table memcpyAlignedSSE2JTab;
@@ -156,8 +165,8 @@ extern const std::array<copy_count, 16> memcpyAlignCountJTab;
 extern const std::array<copy_count, 16> memmoveAlignCountJTab;
 
 // The plain loops for an aligned source, shared by both templates.
-void* forwardAlignedSource(void* ret, char* d, const char* s, std::size_t n) noexcept;
-void* backwardAlignedSource(void* ret, char* d, const char* s, std::size_t n) noexcept;
+void* forwardAlignedSource(void* ret, char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
+void* backwardAlignedSource(void* ret, char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
 
 // strncpy_impl inner loops, one per source misalignment within a vector.
 using strncpy_loop = char* (*)(char* dst, const char* src, std::size_t n) noexcept;

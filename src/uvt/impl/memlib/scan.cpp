@@ -2,8 +2,12 @@
 //
 // The scans read aligned 16-byte blocks, starting with the block that holds
 // the first character and discarding the bytes before it, so that no read
-// crosses into a page the string does not touch. strlen and wcslen test four
-// blocks at a time once they reach a 64-byte boundary.
+// crosses into a page the string does not touch. After the first block
+// strlen and wcslen continue block by block to a 64-byte boundary, test the
+// next line at once if that is needed to reach a 128-byte boundary, and
+// then eight blocks a round with one combined test: a line or a pair of
+// lines that holds a character of the string never reaches into another
+// page.
 
 #include "memlib_internal.h"
 
@@ -23,10 +27,11 @@ struct zero_elements;
 template <>
 struct zero_elements<char> {
     static std::uint32_t in(__m128i v) noexcept { return byteMask(_mm_cmpeq_epi8(v, _mm_setzero_si128())); }
-    static bool inAny(__m128i a, __m128i b, __m128i c, __m128i d) noexcept
-    {
-        return in(_mm_min_epu8(_mm_min_epu8(a, b), _mm_min_epu8(c, d))) != 0;
-    }
+    // Two blocks merged: a zero byte wherever either has one; merged
+    // vectors combine the same way.
+    static __m128i merge(__m128i a, __m128i b) noexcept { return _mm_min_epu8(a, b); }
+    static __m128i combine(__m128i a, __m128i b) noexcept { return _mm_min_epu8(a, b); }
+    static bool inMerged(__m128i v) noexcept { return in(v) != 0; }
 };
 
 template <>
@@ -34,10 +39,10 @@ struct zero_elements<wchar_t> {
     static_assert(sizeof(wchar_t) == 4);
     static __m128i equal(__m128i v) noexcept { return _mm_cmpeq_epi32(v, _mm_setzero_si128()); }
     static std::uint32_t in(__m128i v) noexcept { return byteMask(equal(v)); }
-    static bool inAny(__m128i a, __m128i b, __m128i c, __m128i d) noexcept
-    {
-        return byteMask(_mm_or_si128(_mm_or_si128(equal(a), equal(b)), _mm_or_si128(equal(c), equal(d)))) != 0;
-    }
+    // Zero elements cannot be merged by a minimum; their equality masks can.
+    static __m128i merge(__m128i a, __m128i b) noexcept { return _mm_or_si128(equal(a), equal(b)); }
+    static __m128i combine(__m128i a, __m128i b) noexcept { return _mm_or_si128(a, b); }
+    static bool inMerged(__m128i v) noexcept { return byteMask(v) != 0; }
 };
 
 template <class C>
@@ -51,29 +56,68 @@ std::size_t misalignment(const void* p) noexcept
     return reinterpret_cast<std::uintptr_t>(p) & 15;
 }
 
+UVT_MEMLIB_RAW inline __m128i blockAt(const char* p) noexcept
+{
+    return _mm_load_si128(reinterpret_cast<const __m128i*>(p));
+}
+
+// One mask bit per byte of the 64-byte line at `line`, set for every byte of
+// a zero element.
+template <class C>
+UVT_MEMLIB_RAW std::uint64_t zerosInLine(const char* line) noexcept
+{
+    using bits = std::uint64_t;
+    return bits{zerosIn<C>(line)} | bits{zerosIn<C>(line + 16)} << 16 | bits{zerosIn<C>(line + 32)} << 32 |
+           bits{zerosIn<C>(line + 48)} << 48;
+}
+
+// Whether the four blocks at p (64-byte aligned) hold a zero element.
+template <class C>
+UVT_MEMLIB_RAW bool zeroInLine(const char* p) noexcept
+{
+    using z = zero_elements<C>;
+    const __m128i a = z::merge(blockAt(p), blockAt(p + 16));
+    const __m128i b = z::merge(blockAt(p + 32), blockAt(p + 48));
+    return z::inMerged(z::combine(a, b));
+}
+
+// Whether the eight blocks at p (128-byte aligned) hold a zero element.
+template <class C>
+UVT_MEMLIB_RAW bool zeroInPairOfLines(const char* p) noexcept
+{
+    using z = zero_elements<C>;
+    const __m128i a = z::merge(blockAt(p), blockAt(p + 16));
+    const __m128i b = z::merge(blockAt(p + 32), blockAt(p + 48));
+    const __m128i c = z::merge(blockAt(p + 64), blockAt(p + 80));
+    const __m128i d = z::merge(blockAt(p + 96), blockAt(p + 112));
+    return z::inMerged(z::combine(z::combine(a, b), z::combine(c, d)));
+}
+
 // Length in elements of the string at s, whose elements are aligned.
 template <class C>
 UVT_MEMLIB_RAW std::size_t alignedLength(const C* s) noexcept
 {
     const char* const start = reinterpret_cast<const char*>(s);
-    const char* block = start - misalignment(start);
-    std::uint32_t zeros = zerosIn<C>(block) >> misalignment(start);
-    if (zeros != 0)
-        return __builtin_ctz(zeros) / sizeof(C);
-    for (block += 16; (reinterpret_cast<std::uintptr_t>(block) & 63) != 0; block += 16)
-        if ((zeros = zerosIn<C>(block)) != 0)
-            return (block - start + __builtin_ctz(zeros)) / sizeof(C);
-    for (;; block += 64) {
-        const auto* v = reinterpret_cast<const __m128i*>(block);
-        const __m128i a = _mm_load_si128(v), b = _mm_load_si128(v + 1);
-        const __m128i c = _mm_load_si128(v + 2), d = _mm_load_si128(v + 3);
-        if (zero_elements<C>::inAny(a, b, c, d)) {
-            using bits = std::uint64_t;
-            const bits all = bits{zero_elements<C>::in(a)} | bits{zero_elements<C>::in(b)} << 16 |
-                             bits{zero_elements<C>::in(c)} << 32 | bits{zero_elements<C>::in(d)} << 48;
-            return (block - start + __builtin_ctzll(all)) / sizeof(C);
-        }
+    const char* p = start - misalignment(start);
+    const std::uint32_t first = zerosIn<C>(p) >> misalignment(start);
+    if (first != 0)
+        return __builtin_ctz(first) / sizeof(C);
+    for (p += 16; (reinterpret_cast<std::uintptr_t>(p) & 63) != 0; p += 16)
+        if (const std::uint32_t zeros = zerosIn<C>(p); zeros != 0)
+            return (p - start + __builtin_ctz(zeros)) / sizeof(C);
+    if ((reinterpret_cast<std::uintptr_t>(p) & 64) != 0) {
+        if (zeroInLine<C>(p))
+            return (p - start + __builtin_ctzll(zerosInLine<C>(p))) / sizeof(C);
+        p += 64;
     }
+    while (!zeroInPairOfLines<C>(p))
+        p += 128;
+    std::uint64_t zeros = zerosInLine<C>(p);
+    if (zeros == 0) {
+        p += 64;
+        zeros = zerosInLine<C>(p);
+    }
+    return (p - start + __builtin_ctzll(zeros)) / sizeof(C);
 }
 
 // Length in elements, at most maxlen; reads no block beyond the one holding
