@@ -438,6 +438,45 @@ TEST_P(Memlib, LongScansEndingAtTheLastByteOfAPage)
     }
 }
 
+// Short and medium strings from every start within a page, with zero bytes
+// just before the start and none after the terminator up to the page end:
+// the scans test different groups of blocks at once depending on how far
+// the page reaches beyond the start, and none of them may report a zero
+// before the start, miss the terminator, or read past the page.
+TEST_P(Memlib, ScansFromEveryStartWithinAPage)
+{
+    guarded_page page;
+    for (std::size_t length : {0ul, 1ul, 15ul, 16ul, 17ul, 40ul, 63ul, 64ul, 95ul, 111ul, 127ul, 130ul, 200ul, 255ul}) {
+        fill(page.begin(), page.size(), 15);
+        for (std::size_t start = 0; start + length < page.size(); ++start) {
+            if (start > 0)
+                page.begin()[start - 1] = 0;
+            page.begin()[start + length] = 0;
+            const char* s = reinterpret_cast<const char*>(page.begin() + start);
+            ASSERT_EQ(f().strlen(s), length) << "start " << start;
+            ASSERT_EQ(f().strnlen(s, length + 100), length) << "start " << start;
+            page.begin()[start + length] = pattern(start + length, 15);
+            if (start > 0)
+                page.begin()[start - 1] = pattern(start - 1, 15);
+        }
+    }
+    auto* wide = reinterpret_cast<wchar_t*>(page.begin());
+    const std::size_t elements = page.size() / sizeof(wchar_t);
+    for (std::size_t length : {0ul, 3ul, 4ul, 5ul, 15ul, 16ul, 31ul, 32ul, 50ul, 64ul}) {
+        for (std::size_t i = 0; i < elements; ++i)
+            wide[i] = static_cast<wchar_t>(0x41 + i % 26);
+        for (std::size_t start = 0; start + length < elements; ++start) {
+            if (start > 0)
+                wide[start - 1] = 0;
+            wide[start + length] = 0;
+            ASSERT_EQ(f().wcslen(wide + start), length) << "start " << start;
+            wide[start + length] = L'x';
+            if (start > 0)
+                wide[start - 1] = L'y';
+        }
+    }
+}
+
 TEST_P(Memlib, CopiesTouchingBothEdgesOfAPage)
 {
     guarded_page page;

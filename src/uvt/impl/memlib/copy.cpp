@@ -9,8 +9,9 @@
 // table by the 0..15 bytes that bring the destination to a 16-byte boundary:
 // the entry loads the 16 bytes that cover them (stored by the loop at the
 // end) and jumps through the loop table by the source's misalignment; the
-// loop copies 128 bytes a round with aligned stores (then 64 and 32 as
-// needed) and finishes the tail.
+// loop copies with aligned stores, 128 bytes a round while more than 160
+// are left, then without loop control at most 64, 32 and 32 more, and
+// finishes the tail.
 // memmove mirrors that from the end when the destination lies above the
 // source within the copied range.
 
@@ -76,26 +77,28 @@ const copy_loop_table& backwardLoopsForThisProcessor() noexcept
     return dispatchLevel() >= CPU_SSSE3 ? memmoveAlignedSupSSE3JTab : memmoveAlignedSSE2JTab;
 }
 
-void* memcpyAlignedStub(void* ret, char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
-void* memmoveAlignedStub(void* ret, char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
+void* memcpyAlignedStub(char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
+void* memmoveAlignedStub(char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
 
 constinit live_table<copy_loop, 16> memcpyAlignedJTab{memcpyAlignedStub};
 constinit live_table<copy_loop, 16> memmoveAlignedJTab{memmoveAlignedStub};
 
-void* memcpyAlignedStub(void* ret, char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept
+void* memcpyAlignedStub(char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept
 {
     memcpyAlignedJTab.fill(loopsForThisProcessor());
-    return memcpyAlignedJTab[misalignment(s)](ret, d, s, n, head, headAt);
+    return memcpyAlignedJTab[misalignment(s)](d, s, n, head, headAt);
 }
 
-void* memmoveAlignedStub(void* ret, char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept
+void* memmoveAlignedStub(char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept
 {
     memmoveAlignedJTab.fill(backwardLoopsForThisProcessor());
-    return memmoveAlignedJTab[misalignment(s)](ret, d, s, n, head, headAt);
+    return memmoveAlignedJTab[misalignment(s)](d, s, n, head, headAt);
 }
 
-// Entries of the head tables: copy_loop without the head arguments.
-using copy_loop_entry = void* (*)(void* ret, char* d, const char* s, std::size_t n) noexcept;
+// Entries of the head tables: copy_loop without the head arguments. They
+// take memcpy's own arguments (for memmove the ends of the ranges), so that
+// the entry points reach them by a jump without moving a register.
+using copy_loop_entry = void* (*)(char* d, const char* s, std::size_t n) noexcept;
 
 // A head entry copies no byte itself: it loads the 16 bytes at the start
 // (forward) or the end (backward), which cover the N bytes up to the
@@ -103,10 +106,10 @@ using copy_loop_entry = void* (*)(void* ret, char* d, const char* s, std::size_t
 // after its last load.
 struct forward_head {
     template <std::size_t N>
-    UVT_MEMLIB_RAW static void* run(void* ret, char* d, const char* s, std::size_t n) noexcept
+    UVT_MEMLIB_RAW static void* run(char* d, const char* s, std::size_t n) noexcept
     {
         const copy_head head{loadPiece16(s)};
-        return memcpyAlignedJTab[misalignment(s + N)](ret, d + N, s + N, n - N, head, d);
+        return memcpyAlignedJTab[misalignment(s + N)](d + N, s + N, n - N, head, d);
     }
     template <std::size_t N>
     static constexpr copy_loop_entry at = run<N>;
@@ -114,10 +117,10 @@ struct forward_head {
 
 struct forward_count {
     template <std::size_t N>
-    UVT_MEMLIB_RAW static void* run(void* ret, char* d, const char* s) noexcept
+    UVT_MEMLIB_RAW static void* run(char* d, const char* s) noexcept
     {
         copyUnder16<N>(d, s);
-        return ret;
+        return d;
     }
     template <std::size_t N>
     static constexpr copy_count at = run<N>;
@@ -125,10 +128,10 @@ struct forward_count {
 
 struct backward_head {
     template <std::size_t N>
-    UVT_MEMLIB_RAW static void* run(void* ret, char* d, const char* s, std::size_t n) noexcept
+    UVT_MEMLIB_RAW static void* run(char* d, const char* s, std::size_t n) noexcept
     {
         const copy_head head{loadPiece16(s - 16)};
-        return memmoveAlignedJTab[misalignment(s - N)](ret, d - N, s - N, n - N, head, d - 16);
+        return memmoveAlignedJTab[misalignment(s - N)](d - N, s - N, n - N, head, d - 16);
     }
     template <std::size_t N>
     static constexpr copy_loop_entry at = run<N>;
@@ -136,10 +139,10 @@ struct backward_head {
 
 struct backward_count {
     template <std::size_t N>
-    UVT_MEMLIB_RAW static void* run(void* ret, char* d, const char* s) noexcept
+    UVT_MEMLIB_RAW static void* run(char* d, const char* s) noexcept
     {
         copyUnder16<N>(d - N, s - N);
-        return ret;
+        return d - N;
     }
     template <std::size_t N>
     static constexpr copy_count at = run<N>;
@@ -181,11 +184,11 @@ extern "C" UVT_MEMLIB_RAW void* uvt_memlib_memcpy(void* dst, const void* src, st
     const char* s = static_cast<const char*>(src);
     if (n < 64) {
         if (n < 16)
-            return memcpyAlignCountJTab[n](dst, d, s);
+            return memcpyAlignCountJTab[n](d, s);
         copy16To63(d, s, n);
         return dst;
     }
-    return memcpyAlignDestinationJTab[-reinterpret_cast<std::uintptr_t>(d) & 15](dst, d, s, n);
+    return memcpyAlignDestinationJTab[-reinterpret_cast<std::uintptr_t>(d) & 15](d, s, n);
 }
 
 extern "C" UVT_MEMLIB_RAW void* uvt_memlib_memmove(void* dst, const void* src, std::size_t n) noexcept
@@ -198,12 +201,12 @@ extern "C" UVT_MEMLIB_RAW void* uvt_memlib_memmove(void* dst, const void* src, s
     const char* s = static_cast<const char*>(src) + n;
     if (n < 64) {
         if (n < 16)
-            return memmoveAlignCountJTab[n](dst, d, s);
+            return memmoveAlignCountJTab[n](d, s);
         // Everything is loaded before anything is stored: no direction.
         copy16To63(static_cast<char*>(dst), static_cast<const char*>(src), n);
         return dst;
     }
-    return memmoveAlignDestinationJTab[misalignment(d)](dst, d, s, n);
+    return memmoveAlignDestinationJTab[misalignment(d)](d, s, n);
 }
 
 namespace uvt::impl {

@@ -19,8 +19,15 @@ struct shift_join {
 
 } // namespace
 
-// The blocks of each 64 bytes are loaded before any of them is stored, so
-// that the loops stay right for ranges that overlap by less than that.
+// The blocks of each part are loaded before any of them is stored, so that
+// the loops stay right for ranges that overlap by less than that.
+UVT_MEMLIB_RAW inline void forwardAligned32(char* d, const char* s) noexcept
+{
+    const __m128i b0 = loadBlock(s), b1 = loadBlock(s + 16);
+    storeBlock(d, b0);
+    storeBlock(d + 16, b1);
+}
+
 UVT_MEMLIB_RAW inline void forwardAligned64(char* d, const char* s) noexcept
 {
     const __m128i b0 = loadBlock(s), b1 = loadBlock(s + 16), b2 = loadBlock(s + 32), b3 = loadBlock(s + 48);
@@ -30,7 +37,14 @@ UVT_MEMLIB_RAW inline void forwardAligned64(char* d, const char* s) noexcept
     storeBlock(d + 48, b3);
 }
 
-// The 64 bytes below the cursors.
+// The 32 and 64 bytes below the cursors.
+UVT_MEMLIB_RAW inline void backwardAligned32(char* d, const char* s) noexcept
+{
+    const __m128i b0 = loadBlock(s - 16), b1 = loadBlock(s - 32);
+    storeBlock(d - 16, b0);
+    storeBlock(d - 32, b1);
+}
+
 UVT_MEMLIB_RAW inline void backwardAligned64(char* d, const char* s) noexcept
 {
     const __m128i b0 = loadBlock(s - 16), b1 = loadBlock(s - 32), b2 = loadBlock(s - 48), b3 = loadBlock(s - 64);
@@ -40,46 +54,45 @@ UVT_MEMLIB_RAW inline void backwardAligned64(char* d, const char* s) noexcept
     storeBlock(d - 64, b3);
 }
 
-UVT_MEMLIB_RAW void* forwardAlignedSource(void* ret, char* d, const char* s, std::size_t n, copy_head head,
+// The same parts as the joined loops (copy_loops.h).
+UVT_MEMLIB_RAW void* forwardAlignedSource(char* d, const char* s, std::size_t n, copy_head head,
                                           char* headAt) noexcept
 {
     const copy_tail tail = loadTail(s + n - 32);
-    std::size_t i = 0;
-    for (; n - i >= 128; i += 128) {
-        forwardAligned64(d + i, s + i);
-        forwardAligned64(d + i + 64, s + i + 64);
+    char* const tailAt = d + n - 32;
+    for (; n > 160; n -= 128, d += 128, s += 128) {
+        forwardAligned64(d, s);
+        forwardAligned64(d + 64, s + 64);
     }
-    if (n - i >= 64) {
-        forwardAligned64(d + i, s + i);
-        i += 64;
+    if (n > 96) {
+        forwardAligned64(d, s);
+        n -= 64, d += 64, s += 64;
     }
-    if (n - i > 32) {
-        const __m128i b0 = loadBlock(s + i), b1 = loadBlock(s + i + 16);
-        storeBlock(d + i, b0);
-        storeBlock(d + i + 16, b1);
-    }
-    return finish(ret, d + n - 32, tail, headAt, head);
+    forwardAligned32(d, s);
+    if (n > 64)
+        forwardAligned32(d + 32, s + 32);
+    finish(tailAt, tail, headAt, head);
+    return headAt;
 }
 
-UVT_MEMLIB_RAW void* backwardAlignedSource(void* ret, char* d, const char* s, std::size_t n, copy_head head,
+UVT_MEMLIB_RAW void* backwardAlignedSource(char* d, const char* s, std::size_t n, copy_head head,
                                            char* headAt) noexcept
 {
     const copy_tail tail = loadTail(s - n);
-    std::size_t i = 0;
-    for (; n - i >= 128; i += 128) {
-        backwardAligned64(d - i, s - i);
-        backwardAligned64(d - i - 64, s - i - 64);
+    char* const tailAt = d - n;
+    for (; n > 160; n -= 128, d -= 128, s -= 128) {
+        backwardAligned64(d, s);
+        backwardAligned64(d - 64, s - 64);
     }
-    if (n - i >= 64) {
-        backwardAligned64(d - i, s - i);
-        i += 64;
+    if (n > 96) {
+        backwardAligned64(d, s);
+        n -= 64, d -= 64, s -= 64;
     }
-    if (n - i > 32) {
-        const __m128i b0 = loadBlock(s - i - 16), b1 = loadBlock(s - i - 32);
-        storeBlock(d - i - 16, b0);
-        storeBlock(d - i - 32, b1);
-    }
-    return finish(ret, d - n, tail, headAt, head);
+    backwardAligned32(d, s);
+    if (n > 64)
+        backwardAligned32(d - 32, s - 32);
+    finish(tailAt, tail, headAt, head);
+    return tailAt;
 }
 
 constinit const copy_loop_table memcpyAlignedSSE2JTab = forwardLoops<shift_join>(std::make_index_sequence<15>{});

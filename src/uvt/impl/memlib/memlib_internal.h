@@ -145,17 +145,20 @@ private:
 // once it has read everything it needs, so that a copy whose destination
 // lies just below its source never reads bytes it has already overwritten.
 // The loops finish the copy (the last 32 bytes at the far end are likewise
-// loaded first and stored last) and return `ret`.
+// loaded first and stored last) and return the start of the whole
+// destination: `headAt` going forward, the far end of what is left (d - n)
+// going backward.
 struct copy_head {
     __m128i bytes;  // a class of one vector: passed in a vector register
 };
-using copy_loop = void* (*)(void* ret, char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
+using copy_loop = void* (*)(char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
 using copy_loop_table = std::array<copy_loop, 16>;
 
-// Copies of 0..15 bytes by count; forward ones start at the cursors,
-// backward ones end at them. Every piece is loaded before the first store,
-// so they are right for overlapping ranges in either direction. Return `ret`.
-using copy_count = void* (*)(void* ret, char* d, const char* s) noexcept;
+// Copies of 0..15 bytes by count; forward ones start at the cursors and
+// return d, backward ones end at them and return where they started. Every
+// piece is loaded before the first store, so they are right for overlapping
+// ranges in either direction.
+using copy_count = void* (*)(char* d, const char* s) noexcept;
 
 extern const copy_loop_table memcpyAlignedSSE2JTab;
 extern const copy_loop_table memcpyAlignedSupSSE3JTab;
@@ -165,8 +168,8 @@ extern const std::array<copy_count, 16> memcpyAlignCountJTab;
 extern const std::array<copy_count, 16> memmoveAlignCountJTab;
 
 // The plain loops for an aligned source, shared by both templates.
-void* forwardAlignedSource(void* ret, char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
-void* backwardAlignedSource(void* ret, char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
+void* forwardAlignedSource(char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
+void* backwardAlignedSource(char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
 
 // strncpy_impl inner loops, one per source misalignment within a vector.
 using strncpy_loop = char* (*)(char* dst, const char* src, std::size_t n) noexcept;

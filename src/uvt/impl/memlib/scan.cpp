@@ -2,12 +2,14 @@
 //
 // The scans read aligned 16-byte blocks, starting with the block that holds
 // the first character and discarding the bytes before it, so that no read
-// crosses into a page the string does not touch. After the first block
-// strlen and wcslen continue block by block to a 64-byte boundary, test the
-// next line at once if that is needed to reach a 128-byte boundary, and
-// then eight blocks a round with one combined test: a line or a pair of
-// lines that holds a character of the string never reaches into another
-// page.
+// reaches into a page the string does not touch: a block in the first
+// block's page is always readable, and further on a group of blocks tested
+// at once is aligned to its own size, so that it never straddles two pages.
+// After the first block strlen and wcslen test the next two blocks and then
+// the next line and the next 128 bytes at once, as far as the first page
+// reaches; then one block, two blocks and a line as needed to reach a
+// 128-byte boundary, and from there eight blocks a round with one combined
+// test.
 
 #include "memlib_internal.h"
 
@@ -46,7 +48,7 @@ struct zero_elements<wchar_t> {
 };
 
 template <class C>
-UVT_MEMLIB_RAW std::uint32_t zerosIn(const char* block) noexcept
+UVT_MEMLIB_RAW inline __attribute__((always_inline)) std::uint32_t zerosIn(const char* block) noexcept
 {
     return zero_elements<C>::in(_mm_load_si128(reinterpret_cast<const __m128i*>(block)));
 }
@@ -61,19 +63,31 @@ UVT_MEMLIB_RAW inline __m128i blockAt(const char* p) noexcept
     return _mm_load_si128(reinterpret_cast<const __m128i*>(p));
 }
 
-// One mask bit per byte of the 64-byte line at `line`, set for every byte of
-// a zero element.
+// One mask bit per byte of the two blocks or the 64-byte line at p, set for
+// every byte of a zero element.
 template <class C>
-UVT_MEMLIB_RAW std::uint64_t zerosInLine(const char* line) noexcept
+UVT_MEMLIB_RAW inline __attribute__((always_inline)) std::uint32_t zerosInPair(const char* p) noexcept
 {
-    using bits = std::uint64_t;
-    return bits{zerosIn<C>(line)} | bits{zerosIn<C>(line + 16)} << 16 | bits{zerosIn<C>(line + 32)} << 32 |
-           bits{zerosIn<C>(line + 48)} << 48;
+    return zerosIn<C>(p) | zerosIn<C>(p + 16) << 16;
 }
 
-// Whether the four blocks at p (64-byte aligned) hold a zero element.
 template <class C>
-UVT_MEMLIB_RAW bool zeroInLine(const char* p) noexcept
+UVT_MEMLIB_RAW inline __attribute__((always_inline)) std::uint64_t zerosInLine(const char* line) noexcept
+{
+    return std::uint64_t{zerosInPair<C>(line)} | std::uint64_t{zerosInPair<C>(line + 32)} << 32;
+}
+
+// Whether the two blocks at p, the four blocks at p, or the eight blocks at
+// p hold a zero element.
+template <class C>
+UVT_MEMLIB_RAW inline __attribute__((always_inline)) bool zeroInPair(const char* p) noexcept
+{
+    using z = zero_elements<C>;
+    return z::inMerged(z::merge(blockAt(p), blockAt(p + 16)));
+}
+
+template <class C>
+UVT_MEMLIB_RAW inline __attribute__((always_inline)) bool zeroInLine(const char* p) noexcept
 {
     using z = zero_elements<C>;
     const __m128i a = z::merge(blockAt(p), blockAt(p + 16));
@@ -81,9 +95,8 @@ UVT_MEMLIB_RAW bool zeroInLine(const char* p) noexcept
     return z::inMerged(z::combine(a, b));
 }
 
-// Whether the eight blocks at p (128-byte aligned) hold a zero element.
 template <class C>
-UVT_MEMLIB_RAW bool zeroInPairOfLines(const char* p) noexcept
+UVT_MEMLIB_RAW inline __attribute__((always_inline)) bool zeroInPairOfLines(const char* p) noexcept
 {
     using z = zero_elements<C>;
     const __m128i a = z::merge(blockAt(p), blockAt(p + 16));
@@ -93,21 +106,58 @@ UVT_MEMLIB_RAW bool zeroInPairOfLines(const char* p) noexcept
     return z::inMerged(z::combine(z::combine(a, b), z::combine(c, d)));
 }
 
-// Length in elements of the string at s, whose elements are aligned.
+std::size_t page_offset(const char* p) noexcept
+{
+    return reinterpret_cast<std::uintptr_t>(p) & 4095;
+}
+
+// Length in elements of the string at s, whose elements are aligned. After
+// the first block: when the next 96 bytes lie in the first block's page
+// (which is mapped, since it holds the first character), two blocks and
+// then a line at once, wherever they fall; then, or straight away near the
+// end of a page, one block, two blocks and one line as needed to reach a
+// 128-byte boundary, and from there eight blocks a round.
 template <class C>
-UVT_MEMLIB_RAW std::size_t alignedLength(const C* s) noexcept
+UVT_MEMLIB_RAW inline __attribute__((always_inline)) std::size_t alignedLength(const C* s) noexcept
 {
     const char* const start = reinterpret_cast<const char*>(s);
     const char* p = start - misalignment(start);
     const std::uint32_t first = zerosIn<C>(p) >> misalignment(start);
     if (first != 0)
-        return __builtin_ctz(first) / sizeof(C);
-    for (p += 16; (reinterpret_cast<std::uintptr_t>(p) & 63) != 0; p += 16)
+        return std::size_t{static_cast<unsigned>(__builtin_ctz(first))} / sizeof(C);
+    p += 16;
+    const auto at = [start](const char* from, std::size_t zeroBit) noexcept {
+        return (static_cast<std::size_t>(from - start) + zeroBit) / sizeof(C);
+    };
+    if (page_offset(p) <= 4096 - 96) {
+        if (zeroInPair<C>(p))
+            return at(p, static_cast<unsigned>(__builtin_ctz(zerosInPair<C>(p))));
+        p += 32;
+        if (zeroInLine<C>(p))
+            return at(p, static_cast<unsigned>(__builtin_ctzll(zerosInLine<C>(p))));
+        p += 64;
+        if (page_offset(p) <= 4096 - 128) {
+            if (zeroInPairOfLines<C>(p)) {
+                if (const std::uint64_t zeros = zerosInLine<C>(p); zeros != 0)
+                    return at(p, static_cast<unsigned>(__builtin_ctzll(zeros)));
+                return at(p + 64, static_cast<unsigned>(__builtin_ctzll(zerosInLine<C>(p + 64))));
+            }
+            p += 128;
+        }
+    }
+    if ((reinterpret_cast<std::uintptr_t>(p) & 16) != 0) {
         if (const std::uint32_t zeros = zerosIn<C>(p); zeros != 0)
-            return (p - start + __builtin_ctz(zeros)) / sizeof(C);
+            return at(p, static_cast<unsigned>(__builtin_ctz(zeros)));
+        p += 16;
+    }
+    if ((reinterpret_cast<std::uintptr_t>(p) & 32) != 0) {
+        if (zeroInPair<C>(p))
+            return at(p, static_cast<unsigned>(__builtin_ctz(zerosInPair<C>(p))));
+        p += 32;
+    }
     if ((reinterpret_cast<std::uintptr_t>(p) & 64) != 0) {
         if (zeroInLine<C>(p))
-            return (p - start + __builtin_ctzll(zerosInLine<C>(p))) / sizeof(C);
+            return at(p, static_cast<unsigned>(__builtin_ctzll(zerosInLine<C>(p))));
         p += 64;
     }
     while (!zeroInPairOfLines<C>(p))
@@ -117,7 +167,7 @@ UVT_MEMLIB_RAW std::size_t alignedLength(const C* s) noexcept
         p += 64;
         zeros = zerosInLine<C>(p);
     }
-    return (p - start + __builtin_ctzll(zeros)) / sizeof(C);
+    return at(p, static_cast<unsigned>(__builtin_ctzll(zeros)));
 }
 
 // Length in elements, at most maxlen; reads no block beyond the one holding
