@@ -8,25 +8,13 @@
 
 UVT_MEMLIB_TARGET_BEGIN("avx")
 
+#include "strncpy_avx_blocks.h"
 #include "strncpy_loops.h"
 
 namespace uvt::impl::memlib {
 namespace {
 
-struct avx_vector {
-    static constexpr std::size_t width = 32;
-    UVT_MEMLIB_RAW static __m256i load(const char* p) noexcept
-    {
-        return _mm256_load_si256(reinterpret_cast<const __m256i*>(p));
-    }
-    UVT_MEMLIB_RAW static __m256i loadu(const char* p) noexcept
-    {
-        return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
-    }
-    UVT_MEMLIB_RAW static void storeu(char* p, __m256i v) noexcept
-    {
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v);
-    }
+struct avx_vector : avx_blocks {
     static std::uint32_t zeros(__m256i v) noexcept
     {
         const __m128i zero = _mm_setzero_si128();
