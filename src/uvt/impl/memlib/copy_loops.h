@@ -11,7 +11,10 @@
 // round while more than 160 bytes are left, then straight on, without a
 // loop, 64 bytes if more than 96 are left, 32 bytes, and 32 more if more
 // than 64 are left (33..160 bytes reach that part, and the 32 at the far
-// end are the tail's). A block is read after stores to the destination only
+// end are the tail's). Everything above 96 bytes sits behind one test laid
+// out of line, so that the short copies run straight through without a
+// taken branch: at these sizes taken branches, not the stores, set the
+// pace. A block is read after stores to the destination only
 // in the forward loops, and only where the bytes it contributes lie above
 // everything stored so far (memmove hands them overlapping ranges only with
 // the destination below the source), which keeps the loops right for
@@ -97,13 +100,15 @@ UVT_MEMLIB_RAW void* forwardJoined(char* d, const char* s, std::size_t n, copy_h
     const copy_tail tail = loadTail(s + n - 32);
     char* const tailAt = d + n - 32;
     const char* block = s - Join::shift;
-    for (; n > 160; n -= 128, d += 128, block += 128) {
-        forwardJoined64<Join>(d, block);
-        forwardJoined64<Join>(d + 64, block + 64);
-    }
-    if (n > 96) {
-        forwardJoined64<Join>(d, block);
-        n -= 64, d += 64, block += 64;
+    if (n > 96) [[unlikely]] {
+        for (; n > 160; n -= 128, d += 128, block += 128) {
+            forwardJoined64<Join>(d, block);
+            forwardJoined64<Join>(d + 64, block + 64);
+        }
+        if (n > 96) {
+            forwardJoined64<Join>(d, block);
+            n -= 64, d += 64, block += 64;
+        }
     }
     forwardJoined32<Join>(d, block);
     if (n > 64)
@@ -144,11 +149,13 @@ UVT_MEMLIB_RAW void* backwardJoined(char* d, const char* s, std::size_t n, copy_
     char* const tailAt = d - n;
     const char* block = s - Join::shift;
     __m128i top = loadBlock(block);
-    for (; n > 160; n -= 128, d -= 128, block -= 128)
-        top = backwardJoined64<Join>(d - 64, block - 64, backwardJoined64<Join>(d, block, top));
-    if (n > 96) {
-        top = backwardJoined64<Join>(d, block, top);
-        n -= 64, d -= 64, block -= 64;
+    if (n > 96) [[unlikely]] {
+        for (; n > 160; n -= 128, d -= 128, block -= 128)
+            top = backwardJoined64<Join>(d - 64, block - 64, backwardJoined64<Join>(d, block, top));
+        if (n > 96) {
+            top = backwardJoined64<Join>(d, block, top);
+            n -= 64, d -= 64, block -= 64;
+        }
     }
     top = backwardJoined32<Join>(d, block, top);
     if (n > 64)

@@ -60,13 +60,15 @@ UVT_MEMLIB_RAW void* forwardAlignedSource(char* d, const char* s, std::size_t n,
 {
     const copy_tail tail = loadTail(s + n - 32);
     char* const tailAt = d + n - 32;
-    for (; n > 160; n -= 128, d += 128, s += 128) {
-        forwardAligned64(d, s);
-        forwardAligned64(d + 64, s + 64);
-    }
-    if (n > 96) {
-        forwardAligned64(d, s);
-        n -= 64, d += 64, s += 64;
+    if (n > 96) [[unlikely]] {
+        for (; n > 160; n -= 128, d += 128, s += 128) {
+            forwardAligned64(d, s);
+            forwardAligned64(d + 64, s + 64);
+        }
+        if (n > 96) {
+            forwardAligned64(d, s);
+            n -= 64, d += 64, s += 64;
+        }
     }
     forwardAligned32(d, s);
     if (n > 64)
@@ -80,13 +82,15 @@ UVT_MEMLIB_RAW void* backwardAlignedSource(char* d, const char* s, std::size_t n
 {
     const copy_tail tail = loadTail(s - n);
     char* const tailAt = d - n;
-    for (; n > 160; n -= 128, d -= 128, s -= 128) {
-        backwardAligned64(d, s);
-        backwardAligned64(d - 64, s - 64);
-    }
-    if (n > 96) {
-        backwardAligned64(d, s);
-        n -= 64, d -= 64, s -= 64;
+    if (n > 96) [[unlikely]] {
+        for (; n > 160; n -= 128, d -= 128, s -= 128) {
+            backwardAligned64(d, s);
+            backwardAligned64(d - 64, s - 64);
+        }
+        if (n > 96) {
+            backwardAligned64(d, s);
+            n -= 64, d -= 64, s -= 64;
+        }
     }
     backwardAligned32(d, s);
     if (n > 64)
