@@ -20,16 +20,6 @@
 namespace uvt::impl::memlib {
 namespace {
 
-UVT_MEMLIB_RAW inline __m128i loadPiece16(const char* p) noexcept
-{
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-}
-
-UVT_MEMLIB_RAW inline void storePiece16(char* p, __m128i v) noexcept
-{
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
-}
-
 // Copies N (0..15) bytes from s to d: the largest piece of 8, 4, 2 or 1
 // bytes that fits, twice, the second ending at N (the two overlap unless N is
 // twice the piece); both are loaded before either is stored.
@@ -50,16 +40,16 @@ UVT_MEMLIB_RAW inline void copyUnder16(char* d, const char* s) noexcept
 // more after the first and before the last; all loaded before any store.
 UVT_MEMLIB_RAW inline void copy16To63(char* d, const char* s, std::size_t n) noexcept
 {
-    const __m128i first = loadPiece16(s);
-    const __m128i last = loadPiece16(s + n - 16);
+    const __m128i first = loadPiece(s);
+    const __m128i last = loadPiece(s + n - 16);
     if (n > 32) {
-        const __m128i second = loadPiece16(s + 16);
-        const __m128i penultimate = loadPiece16(s + n - 32);
-        storePiece16(d + 16, second);
-        storePiece16(d + n - 32, penultimate);
+        const __m128i second = loadPiece(s + 16);
+        const __m128i penultimate = loadPiece(s + n - 32);
+        storePiece(d + 16, second);
+        storePiece(d + n - 32, penultimate);
     }
-    storePiece16(d, first);
-    storePiece16(d + n - 16, last);
+    storePiece(d, first);
+    storePiece(d + n - 16, last);
 }
 
 std::size_t misalignment(const void* p) noexcept
@@ -108,7 +98,7 @@ struct forward_head {
     template <std::size_t N>
     UVT_MEMLIB_RAW static void* run(char* d, const char* s, std::size_t n) noexcept
     {
-        const copy_head head{loadPiece16(s)};
+        const copy_head head{loadPiece(s)};
         return memcpyAlignedJTab[misalignment(s + N)](d + N, s + N, n - N, head, d);
     }
     template <std::size_t N>
@@ -130,7 +120,7 @@ struct backward_head {
     template <std::size_t N>
     UVT_MEMLIB_RAW static void* run(char* d, const char* s, std::size_t n) noexcept
     {
-        const copy_head head{loadPiece16(s - 16)};
+        const copy_head head{loadPiece(s - 16)};
         return memmoveAlignedJTab[misalignment(s - N)](d - N, s - N, n - N, head, d - 16);
     }
     template <std::size_t N>

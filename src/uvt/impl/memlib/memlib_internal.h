@@ -72,12 +72,29 @@ template <> struct scalar_of<2> { typedef std::uint16_t type __attribute__((alig
 template <> struct scalar_of<4> { typedef std::uint32_t type __attribute__((aligned(1), may_alias)); };
 template <> struct scalar_of<8> { typedef std::uint64_t type __attribute__((aligned(1), may_alias)); };
 
+// Unaligned 16-byte pieces. In an unnamed namespace, as everything that a
+// file compiled for a richer instruction set may inline, so that every file
+// keeps its own copy.
+namespace {
+
+UVT_MEMLIB_RAW inline __m128i loadPiece(const char* p) noexcept
+{
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+
+UVT_MEMLIB_RAW inline void storePiece(char* p, __m128i v) noexcept
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
+}
+
+} // namespace
+
 // Copies `Bytes` (1, 2, 4, 8 or 16) from s to d: one load, then one store.
 template <std::size_t Bytes>
 UVT_MEMLIB_RAW inline void movePiece(char* d, const char* s) noexcept
 {
     if constexpr (Bytes == 16) {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
+        storePiece(d, loadPiece(s));
     } else {
         using word = typename scalar_of<Bytes>::type;
         *reinterpret_cast<word*>(d) = *reinterpret_cast<const word*>(s);
