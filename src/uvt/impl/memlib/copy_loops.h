@@ -28,16 +28,6 @@
 namespace uvt::impl::memlib {
 namespace {
 
-UVT_MEMLIB_RAW inline __m128i loadBlock(const char* p) noexcept
-{
-    return _mm_load_si128(reinterpret_cast<const __m128i*>(p));
-}
-
-UVT_MEMLIB_RAW inline void storeBlock(char* p, __m128i v) noexcept
-{
-    _mm_store_si128(reinterpret_cast<__m128i*>(p), v);
-}
-
 // The far end of a copy: 32 bytes, loaded before the loop and stored after.
 struct copy_tail {
     __m128i low, high;

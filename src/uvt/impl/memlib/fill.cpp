@@ -52,8 +52,8 @@ extern "C" UVT_MEMLIB_RAW void* uvt_memlib_memset(void* dst, int c, std::size_t 
         return memsetShortChunkJTab[n](d, pattern);
     const __m128i v = _mm_set1_epi32(static_cast<int>(pattern));
     char* const last = d + n - 16;
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), v);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(last), v);
+    storePiece(d, v);
+    storePiece(last, v);
     if (n <= 32)
         return dst;
     // The aligned blocks from the one holding d + 16 to the one holding
@@ -62,19 +62,19 @@ extern "C" UVT_MEMLIB_RAW void* uvt_memlib_memset(void* dst, int c, std::size_t 
     char* const final = reinterpret_cast<char*>(reinterpret_cast<std::uintptr_t>(last - 1) & ~std::uintptr_t{15});
     if (final - p >= 64) [[unlikely]] {
         do {
-            _mm_store_si128(reinterpret_cast<__m128i*>(p), v);
-            _mm_store_si128(reinterpret_cast<__m128i*>(p + 16), v);
-            _mm_store_si128(reinterpret_cast<__m128i*>(p + 32), v);
-            _mm_store_si128(reinterpret_cast<__m128i*>(p + 48), v);
+            storeBlock(p, v);
+            storeBlock(p + 16, v);
+            storeBlock(p + 32, v);
+            storeBlock(p + 48, v);
             p += 64;
         } while (final - p >= 64);
     }
     // 1 to 4 blocks left, from p to final.
-    _mm_store_si128(reinterpret_cast<__m128i*>(p), v);
-    _mm_store_si128(reinterpret_cast<__m128i*>(final), v);
+    storeBlock(p, v);
+    storeBlock(final, v);
     if (final - p >= 32) {
-        _mm_store_si128(reinterpret_cast<__m128i*>(p + 16), v);
-        _mm_store_si128(reinterpret_cast<__m128i*>(p + 32), v);
+        storeBlock(p + 16, v);
+        storeBlock(p + 32, v);
     }
     return dst;
 }

@@ -72,10 +72,20 @@ template <> struct scalar_of<2> { typedef std::uint16_t type __attribute__((alig
 template <> struct scalar_of<4> { typedef std::uint32_t type __attribute__((aligned(1), may_alias)); };
 template <> struct scalar_of<8> { typedef std::uint64_t type __attribute__((aligned(1), may_alias)); };
 
-// Unaligned 16-byte pieces. In an unnamed namespace, as everything that a
-// file compiled for a richer instruction set may inline, so that every file
-// keeps its own copy.
+// 16-byte aligned blocks and unaligned pieces. In an unnamed namespace, as
+// everything that a file compiled for a richer instruction set may inline,
+// so that every file keeps its own copy.
 namespace {
+
+UVT_MEMLIB_RAW inline __m128i loadBlock(const char* p) noexcept
+{
+    return _mm_load_si128(reinterpret_cast<const __m128i*>(p));
+}
+
+UVT_MEMLIB_RAW inline void storeBlock(char* p, __m128i v) noexcept
+{
+    _mm_store_si128(reinterpret_cast<__m128i*>(p), v);
+}
 
 UVT_MEMLIB_RAW inline __m128i loadPiece(const char* p) noexcept
 {

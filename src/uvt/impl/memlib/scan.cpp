@@ -50,17 +50,12 @@ struct zero_elements<wchar_t> {
 template <class C>
 UVT_MEMLIB_RAW inline __attribute__((always_inline)) std::uint32_t zerosIn(const char* block) noexcept
 {
-    return zero_elements<C>::in(_mm_load_si128(reinterpret_cast<const __m128i*>(block)));
+    return zero_elements<C>::in(loadBlock(block));
 }
 
 std::size_t misalignment(const void* p) noexcept
 {
     return reinterpret_cast<std::uintptr_t>(p) & 15;
-}
-
-UVT_MEMLIB_RAW inline __m128i blockAt(const char* p) noexcept
-{
-    return _mm_load_si128(reinterpret_cast<const __m128i*>(p));
 }
 
 // One mask bit per byte of the two blocks or the 64-byte line at p, set for
@@ -83,15 +78,15 @@ template <class C>
 UVT_MEMLIB_RAW inline __attribute__((always_inline)) bool zeroInPair(const char* p) noexcept
 {
     using z = zero_elements<C>;
-    return z::inMerged(z::merge(blockAt(p), blockAt(p + 16)));
+    return z::inMerged(z::merge(loadBlock(p), loadBlock(p + 16)));
 }
 
 template <class C>
 UVT_MEMLIB_RAW inline __attribute__((always_inline)) bool zeroInLine(const char* p) noexcept
 {
     using z = zero_elements<C>;
-    const __m128i a = z::merge(blockAt(p), blockAt(p + 16));
-    const __m128i b = z::merge(blockAt(p + 32), blockAt(p + 48));
+    const __m128i a = z::merge(loadBlock(p), loadBlock(p + 16));
+    const __m128i b = z::merge(loadBlock(p + 32), loadBlock(p + 48));
     return z::inMerged(z::combine(a, b));
 }
 
@@ -99,10 +94,10 @@ template <class C>
 UVT_MEMLIB_RAW inline __attribute__((always_inline)) bool zeroInPairOfLines(const char* p) noexcept
 {
     using z = zero_elements<C>;
-    const __m128i a = z::merge(blockAt(p), blockAt(p + 16));
-    const __m128i b = z::merge(blockAt(p + 32), blockAt(p + 48));
-    const __m128i c = z::merge(blockAt(p + 64), blockAt(p + 80));
-    const __m128i d = z::merge(blockAt(p + 96), blockAt(p + 112));
+    const __m128i a = z::merge(loadBlock(p), loadBlock(p + 16));
+    const __m128i b = z::merge(loadBlock(p + 32), loadBlock(p + 48));
+    const __m128i c = z::merge(loadBlock(p + 64), loadBlock(p + 80));
+    const __m128i d = z::merge(loadBlock(p + 96), loadBlock(p + 112));
     return z::inMerged(z::combine(z::combine(a, b), z::combine(c, d)));
 }
 

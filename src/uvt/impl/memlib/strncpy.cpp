@@ -21,7 +21,7 @@ template <std::size_t Bytes>
 UVT_MEMLIB_RAW inline void storeZeros(char* d) noexcept
 {
     if constexpr (Bytes == 16) {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_setzero_si128());
+        storePiece(d, _mm_setzero_si128());
     } else {
         *reinterpret_cast<typename scalar_of<Bytes>::type*>(d) = 0;
     }

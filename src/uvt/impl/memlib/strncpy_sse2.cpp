@@ -7,18 +7,9 @@ namespace {
 
 struct sse2_vector {
     static constexpr std::size_t width = 16;
-    UVT_MEMLIB_RAW static __m128i load(const char* p) noexcept
-    {
-        return _mm_load_si128(reinterpret_cast<const __m128i*>(p));
-    }
-    UVT_MEMLIB_RAW static __m128i loadu(const char* p) noexcept
-    {
-        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    }
-    UVT_MEMLIB_RAW static void storeu(char* p, __m128i v) noexcept
-    {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
-    }
+    UVT_MEMLIB_RAW static __m128i load(const char* p) noexcept { return loadBlock(p); }
+    UVT_MEMLIB_RAW static __m128i loadu(const char* p) noexcept { return loadPiece(p); }
+    UVT_MEMLIB_RAW static void storeu(char* p, __m128i v) noexcept { storePiece(p, v); }
     static std::uint32_t zeros(__m128i v) noexcept
     {
         return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128())));
