@@ -1,6 +1,8 @@
 // The host hooks: finding the host object, caching its answers and the
 // do-nothing defaults used without a host.
 
+#include "uvt/base/impl/host_answer.h"
+
 #include <uvt/exception>
 #include <uvt/import>
 
@@ -13,6 +15,10 @@
 // Defined by a host program that wants to take over the hooks. Referenced
 // weakly: without a definition its address is null.
 extern "C" UVT_API uvt_extern::UvtImport* get_uvt_import() __attribute__((weak));
+
+namespace uvt::impl {
+thread_local const host_question* host_questions_asked = nullptr;
+}
 
 namespace uvt_extern {
 
@@ -77,68 +83,64 @@ const void* UvtImport::aux_vector() { return nullptr; }
 
 UvtImport* get_import()
 {
-    // A flag rather than a static guard: the host function may itself call
-    // into the library (and so back here) while it builds its object.
-    static std::atomic<bool> asked{false};
-    static std::atomic<UvtImport*> host{nullptr};
-    if (!asked.load(std::memory_order_acquire)) {
-        host.store(get_uvt_import ? get_uvt_import() : nullptr, std::memory_order_relaxed);
-        asked.store(true, std::memory_order_release);
-    }
-    return host.load(std::memory_order_relaxed);
+    // The host function may itself call into the library (and so back
+    // here) while it builds its object: that inner call sees no host.
+    static uvt::impl::host_answer<UvtImport*> host;
+    return host.get([] { return get_uvt_import ? get_uvt_import() : nullptr; }, nullptr);
 }
 
 namespace {
 
-// The answer of one host slot, asked once and cached; `fallback` when there
-// is no host or it answers null. Racing first callers store the same value.
-template <class T, T* (UvtImport::*Slot)()>
-T* cached_callback(T* fallback)
-{
-    static std::atomic<T*> cached{nullptr};
-    T* c = cached.load(std::memory_order_acquire);
-    if (!c) {
-        UvtImport* host = get_import();
-        c = host ? (host->*Slot)() : nullptr;
-        if (!c)
-            c = fallback;
-        cached.store(c, std::memory_order_release);
-    }
-    return c;
-}
-
 UvtCrashHandlers& defaults() { return UvtCrashHandlers::instance(); }
+
+// The answer of one host slot, asked once and cached; the library's
+// default when there is no host or it answers null.
+template <class T, T* (UvtImport::*Slot)()>
+T* cached_callback()
+{
+    static uvt::impl::host_answer<T*> answer;
+    T* fallback = &defaults();
+    return answer.get(
+        [fallback] {
+            UvtImport* host = get_import();
+            T* c = host ? (host->*Slot)() : nullptr;
+            return c ? c : fallback;
+        },
+        fallback);
+}
 
 } // namespace
 
 UnhandledCallback* import::get_unhandled_callback()
 {
-    return cached_callback<UnhandledCallback, &UvtImport::get_unhandled_callback>(&defaults());
+    return cached_callback<UnhandledCallback, &UvtImport::get_unhandled_callback>();
 }
 StackTraceCallback* import::get_stacktrace_callback()
 {
-    return cached_callback<StackTraceCallback, &UvtImport::get_stacktrace_callback>(&defaults());
+    return cached_callback<StackTraceCallback, &UvtImport::get_stacktrace_callback>();
 }
 OutOfMemoryCallback* import::get_out_of_memory_callback()
 {
-    return cached_callback<OutOfMemoryCallback, &UvtImport::get_out_of_memory_callback>(&defaults());
+    return cached_callback<OutOfMemoryCallback, &UvtImport::get_out_of_memory_callback>();
 }
 ForgottenCallback* import::get_forgotten_callback()
 {
-    return cached_callback<ForgottenCallback, &UvtImport::get_forgotten_callback>(&defaults());
+    return cached_callback<ForgottenCallback, &UvtImport::get_forgotten_callback>();
 }
 CaughtCallback* import::get_caught_callback()
 {
-    return cached_callback<CaughtCallback, &UvtImport::get_caught_callback>(&defaults());
+    return cached_callback<CaughtCallback, &UvtImport::get_caught_callback>();
 }
 
 StdStreamProvider* import::get_std_stream_provider()
 {
-    static const auto provider = [] {
-        UvtImport* host = get_import();
-        return host ? host->get_std_stream_provider() : nullptr;
-    }();
-    return provider;
+    static uvt::impl::host_answer<StdStreamProvider*> provider;
+    return provider.get(
+        [] {
+            UvtImport* host = get_import();
+            return host ? host->get_std_stream_provider() : nullptr;
+        },
+        nullptr);
 }
 
 void import::abort(const char* file, int line, const char* text)
@@ -180,20 +182,24 @@ void import::unhandled_exception(const exception& e) { get_unhandled_callback()-
 
 bool import::create_trace_file()
 {
-    static const bool allowed = [] {
-        UvtImport* host = get_import();
-        return host ? host->create_trace_file() : true;
-    }();
-    return allowed;
+    static uvt::impl::host_answer<bool> allowed;
+    return allowed.get(
+        [] {
+            UvtImport* host = get_import();
+            return host ? host->create_trace_file() : true;
+        },
+        true);
 }
 
 const void* import::aux_vector()
 {
-    static const void* const vector = [] {
-        UvtImport* host = get_import();
-        return host ? host->aux_vector() : nullptr;
-    }();
-    return vector;
+    static uvt::impl::host_answer<const void*> vector;
+    return vector.get(
+        [] {
+            UvtImport* host = get_import();
+            return host ? host->aux_vector() : nullptr;
+        },
+        nullptr);
 }
 
 namespace {

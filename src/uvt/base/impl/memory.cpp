@@ -1,6 +1,8 @@
 // The defaults of the allocator interface, its fault-injection counter and
 // the process-wide allocator accessors.
 
+#include "uvt/base/impl/host_answer.h"
+
 #include <uvt/exception>
 #include <uvt/ext/cstring_ptr>
 #include <uvt/impl/malloc_allocator>
@@ -187,18 +189,14 @@ allocator* allocator::getNonTempParentAllocator()
 
 namespace {
 
-// The answer of one host slot, asked once and cached; racing first callers
-// compute and store the same value.
+// The answer of one host slot, asked once and cached (see host_answer.h).
+// While the host is being asked, a call from inside its getter gets the
+// malloc allocator.
 template <allocator* (uvt_extern::UvtImport::*Slot)()>
 allocator& cached_allocator()
 {
-    static allocator* cached = nullptr;
-    allocator* a = __atomic_load_n(&cached, __ATOMIC_ACQUIRE);
-    if (!a) {
-        a = &host_or_default(Slot);
-        __atomic_store_n(&cached, a, __ATOMIC_RELEASE);
-    }
-    return *a;
+    static impl::host_answer<allocator*> answer;
+    return *answer.get([] { return &host_or_default(Slot); }, &uvt_extern::UvtMallocAllocator::instance());
 }
 
 using host = uvt_extern::UvtImport;
