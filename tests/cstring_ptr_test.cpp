@@ -4,6 +4,7 @@
 
 #include <uvt/ext/cstring_ptr>
 #include <uvt/new>
+#include <uvt/stdexcept>
 #include <uvt/vela_component>
 
 #include <gtest/gtest.h>
@@ -46,11 +47,13 @@ TEST(CStringPtr, LiteralsAreNeitherCopiedNorCounted)
     EXPECT_EQ(uvt::cstring_ptr().c_str(), nullptr);
 }
 
-TEST(CStringPtr, WideTextAndAllocationFailure)
+TEST(CStringPtr, WideTextNullTextAndAllocationFailure)
 {
     counting_allocator a;
     uvt::wcstring_ptr w(L"wide \u00e9", a);
     EXPECT_EQ(std::wcscmp(w.c_str(), L"wide \u00e9"), 0);
+    EXPECT_THROW(uvt::cstring_ptr(static_cast<const char*>(nullptr), a), uvt::null_pointer);
+    EXPECT_THROW(uvt::wcstring_ptr(static_cast<const wchar_t*>(nullptr), a), uvt::null_pointer);
     a.fail_at(1);
     EXPECT_THROW(uvt::cstring_ptr("x", a), uvt::bad_alloc);
 }

@@ -592,12 +592,16 @@ TEST_F(ExceptionTest, ConcurrentAppendsLinkEveryPayloadOnce)
     std::vector<exception> own;
     for (int i = 0; i < threads; ++i)
         own.push_back(make(70 + i, "own"));
-    std::atomic<int> won{0};
+    std::atomic<int> won{0}, bad_reads{0};
     std::barrier appended(threads);
     std::vector<std::thread> workers;
     for (int i = 0; i < threads; ++i) {
         workers.emplace_back([&, i] {
             heads[i] << own[i];  // all on one shared tail
+            // Readers and the processed flag may overlap with the appends.
+            if (heads[i].error_no() != 60 || std::string(heads[i].what()).empty())
+                ++bad_reads;
+            heads[i].mark_processed();
             exception other_head = make(80 + i, "other head");
             other_head << contested_copies[i];  // only one chain may take it
             appended.arrive_and_wait();
@@ -608,6 +612,7 @@ TEST_F(ExceptionTest, ConcurrentAppendsLinkEveryPayloadOnce)
     for (auto& w : workers)
         w.join();
     EXPECT_EQ(won, 1);
+    EXPECT_EQ(bad_reads, 0);
     std::vector<int> chained;
     for (exception e = head.get_next(); e.data(); e = e.get_next())
         chained.push_back(e.error_no());

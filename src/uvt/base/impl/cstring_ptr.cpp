@@ -3,6 +3,7 @@
 #include <uvt/ext/cstring_ptr>
 #include <uvt/impl/memory>
 #include <uvt/import>
+#include <uvt/stdexcept>
 
 #include <cstring>
 
@@ -26,6 +27,8 @@ bool tagged(std::uint64_t counter) { return (counter & ~((std::uint64_t(1) << 40
 
 const void* CStringBlock::create(allocator& a, const void* text, std::size_t bytes)
 {
+    if (!text)
+        throwNullPointer(__FILE__, __LINE__);
     auto* h = static_cast<BlockHeader*>(a.allocate(sizeof(BlockHeader) + bytes));
     h->owner = &a;
     h->counter = tag | 1;
