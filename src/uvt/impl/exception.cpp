@@ -12,6 +12,11 @@ namespace uvt {
 
 namespace {
 
+// The line reported with this unit's file name for a forced unhandled
+// exception report. Hosts see and match on it, so it is part of the
+// observable behaviour and does not follow the lines of this file.
+constexpr int forced_report_line = 51;
+
 // The newest registered exception as a state word; 1 when there is none.
 std::uintptr_t registered_state()
 {
@@ -32,7 +37,7 @@ void uncaught_exception_check(bool force)
         return;
     }
     if (force) {
-        exception report(__FILE__, 51, uvt__ERR_UVT_UNHANDLED_EXC());
+        exception report(__FILE__, forced_report_line, uvt__ERR_UVT_UNHANDLED_EXC());
         uvt_extern::import::unhandled_exception(report);
         report.mark_processed();
     }

@@ -14,6 +14,15 @@
 
 namespace uvt {
 
+namespace {
+// The lines reported with this unit's file name for its fixed failures.
+// Hosts see and match on them, so they are part of the observable
+// behaviour and do not follow the lines of this file.
+constexpr int returning_throw_line = 262;
+constexpr int infinite_recursion_line = 821;
+constexpr int not_registered_line = 867;
+} // namespace
+
 const void* const exception::CALLER_SUPPRESS_STACK_TRACE = reinterpret_cast<const void*>(~std::uintptr_t(0));
 
 error_message::error_message(const char* f, int l, int n, const char* t) noexcept
@@ -289,7 +298,7 @@ void exception::store_type(basic_ostream<char>& os) const
 
 void impl::throw_check_base::throw_returned()
 {
-    uvt_extern::import::abort(__FILE__, 262, "Throwing an exception returned, aborting");
+    uvt_extern::import::abort(__FILE__, returning_throw_line, "Throwing an exception returned, aborting");
 }
 
 // --- registration on the current thread ---
@@ -329,7 +338,7 @@ bool exception::register_on_thread_() const
     uvt_extern::UnhandledCallback* cb = uvt_extern::import::get_unhandled_callback();
     const exception* head = list_head(cb);
     if (head == this)
-        uvt_extern::import::abort(__FILE__, 821, "Infinite recursion on exc");
+        uvt_extern::import::abort(__FILE__, infinite_recursion_line, "Infinite recursion on exc");
     registration_ = head ? reinterpret_cast<std::uintptr_t>(head) : registered_last;
     cb->register_exception(*this);
     return true;
@@ -379,7 +388,7 @@ uvt_extern::UnhandledCallback* exception::report_not_registered_() const
     {
         // The host learns of the problem through the registration of this
         // report; it is not reported a second time as forgotten.
-        logic_error report(__FILE__, 867, uvt__ERR_UVT_NOT_REGISTERED());
+        logic_error report(__FILE__, not_registered_line, uvt__ERR_UVT_NOT_REGISTERED());
         report.register_on_thread();
         report.mark_processed();
     }

@@ -63,12 +63,12 @@ allocator& allocator::smallSizeAllocator() { return *this; }
 
 allocator_handle allocator::createBlockAllocator(const char*, unsigned long, const vela_component&)
 {
-    tThrow(bad_alloc(memory_file, 279, true));
+    tThrow(bad_alloc(memory_file, failure_line::create_block_allocator, true));
 }
 
 allocator_handle allocator::createExecAllocator(const char*, const vela_component&)
 {
-    tThrow(bad_alloc(memory_file, 286, true));
+    tThrow(bad_alloc(memory_file, failure_line::create_exec_allocator, true));
 }
 
 allocator_handle allocator::createTempAllocator(const char* name, bool, bool)

@@ -98,7 +98,7 @@ UVT_DEFINE_EXCEPTION_CLASS(bad_numa_alloc)
 
 void impl::throwBadAllocation(unsigned long items)
 {
-    bad_alloc e(allocator::memory_file, 451, __builtin_return_address(0));
+    bad_alloc e(allocator::memory_file, allocator::failure_line::operator_new, __builtin_return_address(0));
     e << msgarg_text("", "trying to allocate ") << message_argument<unsigned long>("items: ", items);
     tThrow(e);
 }
