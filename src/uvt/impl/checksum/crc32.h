@@ -26,10 +26,14 @@
 // Tables and the hardware/software choice are set up once at load time, or
 // on first use before that.
 //
+// Example:
+//   const unsigned char digits[] = "123456789";
 //   uvt::CRC32 ieee;
-//   ieee.putblock(data, len);                      // ieee.value(): the CRC-32
-//   std::uint32_t r = uvt::crc32(0xFFFFFFFF, text, len);
-//   std::uint32_t c = ~r;                          // finished CRC-32C (len % 4 == 0)
+//   ieee.putblock(digits, 9);
+//   ieee.value();                                  // 0xCBF43926, the CRC-32 check value
+//   uvt::crc32C_iSCSI(0, digits, 9);               // 0xE3069283, the CRC-32C check value
+//   std::uint32_t raw = uvt::crc32(0xFFFFFFFF, "12345678", 8);
+//   ~raw == uvt::crc32C_iSCSI(0, digits, 8);       // true (8 % 4 == 0: no padding)
 #pragma once
 
 #include <cstddef>
