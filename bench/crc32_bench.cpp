@@ -10,7 +10,7 @@
 
 #include "support/ratio.h"
 
-#include <uvt/impl/checksum/crc32>
+#include <uvt/impl/checksum/crc32.h>
 
 #include <benchmark/benchmark.h>
 #include <zlib.h>

@@ -5,7 +5,7 @@
 
 #include "support/string_ostream.h"
 
-#include <uvt/impl/checksum/crc32>
+#include <uvt/impl/checksum/crc32.h>
 #include <uvt/stdexcept>
 
 #include <gtest/gtest.h>

@@ -8,7 +8,7 @@
 // identical tables and pointers; `crcTablesInitialized` is published last.
 
 #include <uvt/exception>
-#include <uvt/impl/checksum/crc32>
+#include <uvt/impl/checksum/crc32.h>
 #include <uvt/impl/error_code>
 #include <uvt/stdexcept>
 

@@ -1,4 +1,9 @@
-// uvt/impl/checksum/crc32: 32-bit cyclic redundancy checks.
+// uvt/impl/checksum/crc32.h: 32-bit cyclic redundancy checks.
+//
+// Internal: not installed and not exported from the shared object. The
+// library's own units, the CRC test and benchmark include it through the
+// source tree and link the checksum objects (the uvt_checksum object
+// library) directly.
 //
 // Two polynomials are served and deliberately kept apart:
 //   - IEEE 802.3 CRC-32 (reflected polynomial 0xEDB88320), only through the
@@ -16,16 +21,19 @@
 //     register (0xFFFFFFFF for the usual CRC-32C) and inverts the result
 //     itself if it wants the finished checksum (every other function).
 //
-// The functions are for the library itself and for code linked with its
-// objects; they are not exported from the shared object. They are reentrant,
-// never allocate and work on caller memory; none validates pointers (a null
-// pointer with zero length is harmless). Tables and the hardware/software
-// choice are set up once at load time, or on first use before that.
+// The functions are reentrant, never allocate and work on caller memory;
+// none validates pointers (a null pointer with zero length is harmless).
+// Tables and the hardware/software choice are set up once at load time, or
+// on first use before that.
 //
+// Example:
+//   const unsigned char digits[] = "123456789";
 //   uvt::CRC32 ieee;
-//   ieee.putblock(data, len);                      // ieee.value(): the CRC-32
-//   std::uint32_t r = uvt::crc32(0xFFFFFFFF, text, len);
-//   std::uint32_t c = ~r;                          // finished CRC-32C (len % 4 == 0)
+//   ieee.putblock(digits, 9);
+//   ieee.value();                                  // 0xCBF43926, the CRC-32 check value
+//   uvt::crc32C_iSCSI(0, digits, 9);               // 0xE3069283, the CRC-32C check value
+//   std::uint32_t raw = uvt::crc32(0xFFFFFFFF, "12345678", 8);
+//   ~raw == uvt::crc32C_iSCSI(0, digits, 8);       // true (8 % 4 == 0: no padding)
 #pragma once
 
 #include <cstddef>
