@@ -1,5 +1,6 @@
 // basic_istream: sentries, unformatted extraction, characters and words;
 // basic_iostream.
+#include "number_input.h"
 #include "stream_guard.h"
 
 #include <uvt/ios>
@@ -60,6 +61,116 @@ basic_istream<C>::sentry::sentry(basic_istream& is, bool noskipws) : ok_(false)
         ok_ = true;
     else
         is.setstate(err | ios_base::failbit);
+}
+
+// ---------------------------------------------------- formatted extraction
+
+// Runs `op` under a sentry that skips blanks by the flags; `op` returns
+// the state bits to add.
+template <class C>
+template <class Op>
+basic_istream<C>& basic_istream<C>::formatted_(Op op)
+{
+    ios_base::iostate err = ios_base::goodbit;
+    const sentry ok(*this);
+    if (ok)
+        this->guarded_([&] { err = op(*this->rdbuf()); });
+    if (err)
+        this->setstate(err);
+    return *this;
+}
+
+namespace {
+
+// A long read for a narrower signed type: out of its range, failbit and
+// the nearer limit.
+template <class T>
+ios_base::iostate narrow_saturated(long wide, ios_base::iostate err, T& v)
+{
+    if (wide < std::numeric_limits<T>::min()) {
+        v = std::numeric_limits<T>::min();
+        return err | ios_base::failbit;
+    }
+    if (wide > std::numeric_limits<T>::max()) {
+        v = std::numeric_limits<T>::max();
+        return err | ios_base::failbit;
+    }
+    v = static_cast<T>(wide);
+    return err;
+}
+
+} // namespace
+
+template <class C>
+basic_istream<C>& basic_istream<C>::operator>>(bool& v)
+{
+    return formatted_([&](basic_streambuf<C>& sb) { return impl::read_bool(sb, *this, v); });
+}
+
+template <class C>
+basic_istream<C>& basic_istream<C>::operator>>(short& v)
+{
+    return formatted_([&](basic_streambuf<C>& sb) {
+        long wide = 0;
+        const ios_base::iostate err = impl::read_integer(sb, this->flags(), wide);
+        return narrow_saturated(wide, err, v);
+    });
+}
+
+template <class C>
+basic_istream<C>& basic_istream<C>::operator>>(int& v)
+{
+    return formatted_([&](basic_streambuf<C>& sb) {
+        long wide = 0;
+        const ios_base::iostate err = impl::read_integer(sb, this->flags(), wide);
+        return narrow_saturated(wide, err, v);
+    });
+}
+
+#define UVT_INTEGER_EXTRACTOR(T)                                                                      \
+    template <class C>                                                                                \
+    basic_istream<C>& basic_istream<C>::operator>>(T& v)                                              \
+    {                                                                                                 \
+        return formatted_([&](basic_streambuf<C>& sb) { return impl::read_integer(sb, this->flags(), v); }); \
+    }
+
+UVT_INTEGER_EXTRACTOR(unsigned short)
+UVT_INTEGER_EXTRACTOR(unsigned int)
+UVT_INTEGER_EXTRACTOR(long)
+UVT_INTEGER_EXTRACTOR(unsigned long)
+UVT_INTEGER_EXTRACTOR(long long)
+UVT_INTEGER_EXTRACTOR(unsigned long long)
+
+#undef UVT_INTEGER_EXTRACTOR
+
+template <class C>
+basic_istream<C>& basic_istream<C>::operator>>(float& v)
+{
+    return formatted_([&](basic_streambuf<C>& sb) { return impl::read_floating(sb, *this, v); });
+}
+
+template <class C>
+basic_istream<C>& basic_istream<C>::operator>>(double& v)
+{
+    return formatted_([&](basic_streambuf<C>& sb) { return impl::read_floating(sb, *this, v); });
+}
+
+template <class C>
+basic_istream<C>& basic_istream<C>::operator>>(long double& v)
+{
+    return formatted_([&](basic_streambuf<C>& sb) { return impl::read_floating(sb, *this, v); });
+}
+
+template <class C>
+basic_istream<C>& basic_istream<C>::operator>>(void*& p)
+{
+    return formatted_([&](basic_streambuf<C>& sb) {
+        unsigned long address = 0;
+        const ios_base::iostate err =
+            impl::read_integer(sb, (this->flags() & ~ios_base::basefield) | ios_base::hex, address);
+        p = reinterpret_cast<void*>(address);
+        return err;
+    });
 }
 
 // -------------------------------------------------- unformatted extraction
