@@ -1,5 +1,7 @@
-// basic_ostream: sentries, padding, integer and pointer formatting.
+// basic_ostream: sentries, padding, integer, pointer and floating-point
+// formatting.
 #include "stream_guard.h"
+#include "uvt/impl/float_text.h"
 
 #include <uvt/ios>
 
@@ -7,6 +9,7 @@
 #include <cstdint>
 #include <exception>
 #include <type_traits>
+#include <utility>
 
 namespace uvt {
 
@@ -189,6 +192,80 @@ basic_ostream<C>& basic_ostream<C>::operator<<(const void* p)
     number_field f;
     render_integer(f, reinterpret_cast<std::uintptr_t>(p), false, false, ios_base::hex | ios_base::showbase);
     return insert_narrow_(f.data(), f.size(), f.prefix);
+}
+
+template <class C>
+basic_ostream<C>& basic_ostream<C>::operator<<(double v)
+{
+    return insert_floating_(v);
+}
+
+template <class C>
+basic_ostream<C>& basic_ostream<C>::operator<<(long double v)
+{
+    return insert_floating_(v);
+}
+
+template <class C>
+template <class F>
+basic_ostream<C>& basic_ostream<C>::insert_floating_(F v)
+{
+    const impl::float_text text(v, impl::float_format::of(this->flags(), this->precision()));
+    if (const char* s = text.short_text())
+        return insert_narrow_(s, static_cast<streamsize>(text.size()), text.prefix());
+
+    // A long text (exact digits at a high precision) is written piece by
+    // piece, the padding going in after the first `pad_at` characters.
+    class padded_sink final : public impl::float_sink {
+    public:
+        padded_sink(basic_ostream& os, std::size_t pad_at, streamsize pad) : os_(os), pad_at_(pad_at), pad_(pad) {}
+        bool chars(const char* s, std::size_t n) override { return pad_if_due_() && write_(s, n); }
+        bool zeros(std::size_t n) override
+        {
+            static constexpr char zeros[] = "0000000000000000000000000000000000000000000000000000000000000000";
+            constexpr std::size_t chunk = sizeof zeros - 1;
+            for (; n > chunk; n -= chunk)
+                if (!chars(zeros, chunk))
+                    return false;
+            return chars(zeros, n);
+        }
+        // Pads at the end (left adjustment).
+        bool finish() { return pad_if_due_(); }
+
+    private:
+        bool pad_if_due_()
+        {
+            if (pad_ == 0 || written_ < pad_at_)
+                return true;
+            return os_.write_fill_(std::exchange(pad_, 0));
+        }
+        bool write_(const char* s, std::size_t n)
+        {
+            written_ += n;
+            return os_.write_chars_(s, static_cast<streamsize>(n));
+        }
+
+        basic_ostream& os_;
+        std::size_t pad_at_;
+        streamsize pad_;
+        std::size_t written_ = 0;
+    };
+
+    const sentry ok(*this);
+    if (ok) {
+        this->guarded_([&] {
+            const streamsize pad = std::max<streamsize>(this->width() - static_cast<streamsize>(text.size()), 0);
+            this->width(0);
+            const ios_base::fmtflags adjust = this->flags() & ios_base::adjustfield;
+            const std::size_t pad_at = adjust == ios_base::left       ? text.size()
+                                       : adjust == ios_base::internal ? static_cast<std::size_t>(text.prefix())
+                                                                      : 0;
+            padded_sink sink(*this, pad_at, pad);
+            if (!(text.write(sink) && sink.finish()))
+                this->setstate(ios_base::badbit);
+        });
+    }
+    return *this;
 }
 
 template <class C>
