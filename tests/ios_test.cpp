@@ -6,13 +6,18 @@
 #include "support/test_host.h"
 
 #include <uvt/ios>
+#include <uvt/sstream>
 #include <uvt/strstream>
 
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <iomanip>
 #include <limits>
+#include <random>
 #include <set>
 #include <sstream>
 #include <string>
@@ -70,6 +75,8 @@ std::ios_base::fmtflags to_std(ios_base::fmtflags f)
         {ios_base::left, std::ios_base::left},           {ios_base::right, std::ios_base::right},
         {ios_base::internal, std::ios_base::internal},   {ios_base::showbase, std::ios_base::showbase},
         {ios_base::showpos, std::ios_base::showpos},     {ios_base::uppercase, std::ios_base::uppercase},
+        {ios_base::fixed, std::ios_base::fixed},         {ios_base::scientific, std::ios_base::scientific},
+        {ios_base::showpoint, std::ios_base::showpoint},
     };
     std::ios_base::fmtflags out{};
     for (auto [mine, theirs] : map)
@@ -81,6 +88,7 @@ std::ios_base::fmtflags to_std(ios_base::fmtflags f)
 struct format {
     ios_base::fmtflags flags;
     long width;
+    long precision = 6;
 };
 
 std::vector<format> all_formats()
@@ -109,6 +117,7 @@ std::string with_uvt(T v, format f)
     uvt::ostrstream os(uvt::allocator::global_allocator());
     os.flags(f.flags);
     os.width(f.width);
+    os.precision(f.precision);
     os.fill('*');
     os << v;
     EXPECT_EQ(os.width(), 0) << "width is reset by every insertion";
@@ -121,6 +130,7 @@ std::string with_std(T v, format f)
     std::ostringstream os;
     os.flags(to_std(f.flags));
     os.width(f.width);
+    os.precision(f.precision);
     os.fill('*');
     os << v;
     return os.str();
@@ -174,6 +184,84 @@ TEST(OstreamFormat, PointersAsTheCLibraryPrintsThem)
     EXPECT_EQ(with_uvt(static_cast<const void*>(&object), {ios_base::uppercase | ios_base::oct, 0}), expected);
     EXPECT_EQ(with_uvt(static_cast<const void*>(nullptr), {0, 0}), "(nil)");
     EXPECT_EQ(with_uvt(reinterpret_cast<const void*>(0xab), {ios_base::internal, 7}), "0x***ab");
+}
+
+// ------------------------------------------------------ floating point
+
+const ios_base::fmtflags float_styles[] = {0, ios_base::fixed, ios_base::scientific,
+                                            ios_base::fixed | ios_base::scientific};
+const ios_base::fmtflags float_extras[] = {0, ios_base::showpoint, ios_base::showpos, ios_base::uppercase,
+                                            ios_base::showpoint | ios_base::uppercase | ios_base::showpos};
+
+template <class F>
+void expect_float_like_standard(F v, format f)
+{
+    ASSERT_EQ(with_uvt(v, f), with_std(v, f)) << std::hexfloat << v << std::dec << " flags 0x" << std::hex << f.flags
+                                              << std::dec << " width " << f.width << " precision " << f.precision;
+}
+
+// Ties, carries into a new digit, the ends of the range, subnormals,
+// special values, and values whose exact expansion is long.
+TEST(OstreamFloat, TableMatchesTheStandardStreams)
+{
+    const double values[] = {0.0, -0.0, 1.0, 0.5, 2.5, 0.125, 0.375, 9.5, 99.5, 999999.5, 9.9999996, 0.95, 0.05,
+                             1e-5, 9.9995e-5, 123456.789, 1e15, 1e16, 1e17, 1e21, 1.25e22, 1e300, 1e-300,
+                             5e-324, 2.2250738585072014e-308, 1.7976931348623157e308, 0.1, 1.0 / 3,
+                             std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
+                             std::numeric_limits<double>::quiet_NaN(), -std::numeric_limits<double>::quiet_NaN()};
+    const long precisions[] = {-1, 0, 1, 2, 5, 6, 16, 17, 18, 19, 20, 30, 60, 400, 1100};
+    for (double v : values)
+        for (auto style : float_styles)
+            for (auto extra : float_extras)
+                for (long precision : precisions) {
+                    expect_float_like_standard(v, {style | extra, 0, precision});
+                    expect_float_like_standard(static_cast<long double>(v), {style | extra, 0, precision});
+                }
+    for (float v : {1.5f, 3.14159274f, 1e-45f, 3.4e38f})
+        expect_float_like_standard(v, {0, 0, 9});
+    for (long double v : {1e-4950L, 1.18973149535723176502e+4932L, 1e4000L, 0.1L, 1e-20L})
+        for (auto style : float_styles)
+            for (long precision : {3, 25})
+                expect_float_like_standard(v, {style, 0, precision});
+}
+
+// Padding goes around the whole text, and after the sign (or the "0x" of
+// a hexadecimal text) under internal; long texts take the same path.
+TEST(OstreamFloat, WidthFillAndAdjustment)
+{
+    for (double v : {-1.5, 2.75, 1e300, -std::numeric_limits<double>::infinity()})
+        for (auto style : float_styles)
+            for (ios_base::fmtflags adjust : {0u, 0u + ios_base::left, 0u + ios_base::right, 0u + ios_base::internal})
+                for (long width : {0, 1, 12, 40, 500})
+                    for (long precision : {3, 200})
+                        expect_float_like_standard(v, {style | adjust | ios_base::showpos, width, precision});
+}
+
+TEST(OstreamFloat, RandomSweepMatchesTheStandardStreams)
+{
+    std::mt19937_64 rng(20240611);
+    for (int i = 0; i < 20000; ++i) {
+        const std::uint64_t bits = rng();
+        double v;
+        std::memcpy(&v, &bits, sizeof v);
+        if (i % 2)  // values of everyday size, with short decimal forms
+            v = static_cast<double>(static_cast<std::int64_t>(rng() % 20000001) - 10000000) /
+                std::pow(10.0, static_cast<int>(rng() % 12));
+        const long precision = rng() % 8 == 0 ? static_cast<long>(rng() % 120) : static_cast<long>(rng() % 21);
+        const format f{float_styles[rng() % 3] | float_extras[rng() % 5], static_cast<long>(rng() % 30), precision};
+        expect_float_like_standard(v, f);
+        const long double lv = static_cast<long double>(v) / 7 * static_cast<long double>(rng() % 1000 + 1);
+        expect_float_like_standard(lv, f);
+    }
+}
+
+TEST(OstreamFloat, WideStreamsWriteTheSameText)
+{
+    uvt::wostringstream os(uvt::allocator::global_allocator());
+    std::wostringstream ref;
+    os << 2.5 << L' ' << uvt::scientific << uvt::setprecision(3) << -1e-7 << L' ' << uvt::fixed << 1e20 << " ok";
+    ref << 2.5 << L' ' << std::scientific << std::setprecision(3) << -1e-7 << L' ' << std::fixed << 1e20 << " ok";
+    EXPECT_EQ(std::wstring(os.data(), os.size()), ref.str());
 }
 
 TEST(OstreamFormat, Manipulators)
