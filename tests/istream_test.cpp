@@ -4,13 +4,20 @@
 // buffer that serves its text in chunks of 1, 3 or all characters, or
 // without any get area, so that every refill path is crossed.
 
+#include "support/test_allocator.h"
+
 #include <uvt/ios>
 #include <uvt/sstream>
+#include <uvt/new>
+#include <uvt/string>
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
+#include <iomanip>
 #include <limits>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -109,6 +116,39 @@ struct script_case {
             [](std::istream& is, std::string& log) { body; }                                         \
     }
 
+// Words and lines into the library's string and into the standard one.
+std::string read_word(uvt::istream& is)
+{
+    uvt::string s("previous", uvt::allocator::global_allocator());
+    is >> s;
+    return std::string(s.data(), s.size());
+}
+std::string read_word(std::istream& is)
+{
+    std::string s = "previous";
+    is >> s;
+    return s;
+}
+std::string read_line(uvt::istream& is, char delim = '\n')
+{
+    uvt::string s("previous", uvt::allocator::global_allocator());
+    uvt::getline(is, s, delim);
+    return std::string(s.data(), s.size());
+}
+std::string read_line(std::istream& is, char delim = '\n')
+{
+    std::string s = "previous";
+    std::getline(is, s, delim);
+    return s;
+}
+
+// As note(), without gcount (which the standard string functions leave).
+template <class Stream>
+void note_state(std::string& log, const std::string& what, const Stream& s)
+{
+    log += what + " " + state_of(s) + "; ";
+}
+
 std::string chars(const char* s, std::streamsize n)
 {
     return std::string(s, static_cast<std::size_t>(n));
@@ -198,6 +238,40 @@ const script_case unformatted_cases[] = {
         is.clear();
         is.read(buf, 2);
         note(log, "", is);
+    }),
+    SCRIPT(__LINE__, "  alpha beta\tgamma\n\v delta", {
+        for (int i = 0; i < 5; ++i)
+            note_state(log, read_word(is), is);
+    }),
+    SCRIPT(__LINE__, "  alpha beta", {
+        char word[8] = "xx";
+        is.width(4);
+        is >> word;
+        note_state(log, word, is);
+        is >> word;
+        note_state(log, word, is);
+        is.unsetf(is.skipws);
+        is >> word;  // stops at the blank at once
+        note_state(log, word, is);
+        is.width(1);  // room for the terminating zero only
+        is.clear();
+        is >> word;
+        note_state(log, word, is);
+        note_state(log, read_word(is), is);
+    }),
+    SCRIPT(__LINE__, "wide", {
+        is.width(3);
+        note_state(log, read_word(is), is);
+        note_state(log, read_word(is), is);
+        note_state(log, std::to_string(is.width()), is);
+    }),
+    SCRIPT(__LINE__, "first\nsecond is a line longer than the forty characters kept inline\n\nlast", {
+        for (int i = 0; i < 5; ++i)
+            note_state(log, read_line(is), is);
+    }),
+    SCRIPT(__LINE__, "a,b,,c", {
+        for (int i = 0; i < 5; ++i)
+            note_state(log, read_line(is, ','), is);
     }),
     SCRIPT(__LINE__, "pq", {
         char c;
@@ -390,4 +464,162 @@ TEST(IstreamNumbers, FloatingPointMatchesTheStandardStreams)
         expect_extraction_like_standard<double>(row.text, ios_base::skipws, row.line);
         expect_extraction_like_standard<long double>(row.text, ios_base::skipws, row.line);
     }
+}
+
+// Texts printed by the standard streams in random formats read back by
+// both stream families.
+TEST(IstreamNumbers, RandomSweepOfPrintedNumbers)
+{
+    std::mt19937_64 rng(77);
+    for (int i = 0; i < 3000; ++i) {
+        std::ostringstream text;
+        const auto bits = rng();
+        text << std::setprecision(static_cast<int>(rng() % 20)) << static_cast<long long>(bits) << ' '
+             << std::hex << (bits >> (rng() % 64)) << std::dec << ' ' << static_cast<int>(bits >> 40) << ' '
+             << static_cast<double>(static_cast<std::int64_t>(bits)) / std::pow(10.0, static_cast<int>(rng() % 30));
+        SCOPED_TRACE(text.str());
+        expect_extraction_like_standard<long long>(text.str(), ios_base::skipws | ios_base::dec, __LINE__);
+        std::istringstream ref(text.str());
+        const std::string s = text.str();
+        uvt::istringstream is(s.data(), s.size(), uvt::allocator::global_allocator());
+        long long a = 0, ra = 0;
+        unsigned long long h = 0, rh = 0;
+        short c = 0, rc = 0;
+        double d = 0, rd = 0;
+        is >> a >> uvt::hex >> h >> uvt::dec >> c >> d;
+        ref >> ra >> std::hex >> rh >> std::dec >> rc >> rd;
+        EXPECT_EQ(a, ra);
+        EXPECT_EQ(h, rh);
+        EXPECT_EQ(c, rc);
+        EXPECT_NEAR(d, rd, std::abs(rd) * 4e-16);
+        EXPECT_EQ(state_of(is), state_of(ref));
+    }
+}
+
+// ------------------------------------------ state, exceptions and tie
+
+TEST(IstreamState, FailuresThrowThroughTheExceptionMask)
+{
+    const std::string text = "12 x";
+    uvt::istringstream is(text.data(), text.size(), uvt::allocator::global_allocator());
+    is.exceptions(ios_base::failbit);
+    int v = 0;
+    is >> v;
+    EXPECT_EQ(v, 12);
+    try {
+        is >> v;
+        ADD_FAILURE() << "no exception";
+    } catch (const ios_base::failure& e) {
+        EXPECT_STREQ(e.what(), "basic_ios::clear");
+        e.mark_processed();
+    }
+    EXPECT_EQ(v, 0);
+    EXPECT_TRUE(is.fail());
+    is.exceptions(ios_base::eofbit);  // the state is still failbit: no throw
+    is.clear();
+    char rest[8];
+    EXPECT_THROW(is.read(rest, sizeof rest), ios_base::failure);
+    EXPECT_TRUE(is.eof());
+    EXPECT_EQ(is.gcount(), 1);  // the "x" the failed extraction left
+}
+
+// A buffer that throws while the stream reads.
+class throwing_buf : public uvt::streambuf {
+protected:
+    int_type underflow() override { ios_base::throwIOSFailure(__FILE__, __LINE__, "throwing_buf"); }
+};
+
+TEST(IstreamState, BufferExceptionsSetBadbitAndPassOnlyByTheMask)
+{
+    for (bool masked : {false, true}) {
+        throwing_buf buf;
+        uvt::istream is(&buf);
+        is.exceptions(masked ? ios_base::badbit : ios_base::goodbit);
+        int v = 5;
+        try {
+            is >> v;
+            EXPECT_FALSE(masked);
+        } catch (const ios_base::failure& e) {
+            EXPECT_TRUE(masked);
+            EXPECT_STREQ(e.what(), "throwing_buf");
+            e.mark_processed();
+        }
+        EXPECT_TRUE(is.bad());
+        EXPECT_EQ(v, 5);
+    }
+}
+
+TEST(IstreamState, StringGrowthFailureIsABufferFailure)
+{
+    const std::string line(100, 'x');
+    for (bool masked : {false, true}) {
+        uvt_test::counting_allocator a;
+        uvt::string s(a);
+        uvt::istringstream is(line.data(), line.size(), a);
+        is.exceptions(masked ? ios_base::badbit : ios_base::goodbit);
+        a.fail_at(1, true);
+        if (masked)
+            EXPECT_THROW(is.getstring(s), uvt::bad_alloc);
+        else
+            is.getstring(s);
+        a.fail_at(0);
+        EXPECT_TRUE(is.bad());
+        EXPECT_EQ(a.live_blocks(), 0u);
+    }
+}
+
+struct sync_counting_buf : public uvt::streambuf {
+    int syncs = 0;
+    int sync() override { return ++syncs, 0; }
+};
+
+TEST(IstreamState, TiedStreamIsFlushedBeforeEveryExtraction)
+{
+    sync_counting_buf out;
+    uvt::ostream tied(&out);
+    const std::string text = "1 2";
+    uvt::istringstream is(text.data(), text.size(), uvt::allocator::global_allocator());
+    is.tie(&tied);
+    int v;
+    is >> v;
+    is.get();
+    is.peek();
+    EXPECT_EQ(out.syncs, 3);
+    EXPECT_EQ(is.tie(), &tied);
+}
+
+TEST(IstreamPositioning, TellgSeekgAndReadsomeLikeTheStandardStreams)
+{
+    const std::string text = "0123456789";
+    uvt::istringstream is(text.data(), text.size(), uvt::allocator::global_allocator());
+    std::istringstream ref(text);
+    std::string log, expected;
+    // One value per statement: the order of evaluation is then fixed.
+    auto run = [](auto& s, std::string& out) {
+        char buf[9];
+        auto add = [&](auto v) { out += std::to_string(v) + " "; };
+        add(s.readsome(buf, 4));
+        out += chars(buf, 4);
+        add(s.tellg());
+        s.seekg(-2, s.end);
+        add(s.get());
+        add(s.tellg());
+        s.seekg(3);
+        add(s.get());
+        s.seekg(20);
+        out += state_of(s);
+        s.clear();
+        s.seekg(0, s.end);
+        s.get();
+        add(s.tellg());
+        out += state_of(s);
+        s.clear();
+        s.seekg(1);
+        add(s.readsome(buf, 9));
+        add(s.readsome(buf, 9));
+        out += state_of(s);
+    };
+    run(is, log);
+    run(ref, expected);
+    EXPECT_EQ(log, expected);
 }

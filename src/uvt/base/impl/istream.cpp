@@ -1,9 +1,11 @@
-// basic_istream: sentries, unformatted extraction, characters and words;
+// basic_istream: sentries, number extraction, unformatted extraction,
+// characters, words and lines (also into the library's strings);
 // basic_iostream.
 #include "number_input.h"
 #include "stream_guard.h"
 
 #include <uvt/ios>
+#include <uvt/string>
 
 #include <algorithm>
 #include <limits>
@@ -317,6 +319,32 @@ basic_istream<C>& basic_istream<C>::getline(C* s, streamsize n, C delim)
 }
 
 template <class C>
+basic_istream<C>& basic_istream<C>::getstring(basic_string<C>& s, C delim)
+{
+    unformatted_([&](basic_streambuf<C>& sb) -> ios_base::iostate {
+        s.clear();
+        for (;;) {
+            const C* next = sb.get_area_next_();
+            const C* stop = std::find(next, sb.get_area_end_(), delim);
+            s.append(next, static_cast<std::size_t>(stop - next));
+            gcount_ += stop - next;
+            sb.get_area_consume_(stop - next);
+            const int_type c = sb.sgetc();
+            if (c == traits_type::eof())
+                return ios_base::eofbit;
+            sb.sbumpc();
+            ++gcount_;
+            if (traits_type::to_char_type(c) == delim)
+                return ios_base::goodbit;
+            s.push_back(traits_type::to_char_type(c));
+        }
+    });
+    if (gcount_ == 0)
+        this->setstate(ios_base::failbit);
+    return *this;
+}
+
+template <class C>
 basic_istream<C>& basic_istream<C>::ignore(streamsize n, int_type delim)
 {
     const bool unlimited = n == std::numeric_limits<streamsize>::max();
@@ -479,34 +507,77 @@ basic_istream<C>& operator>>(basic_istream<C>& is, C& c)
     return is;
 }
 
-template <class C>
-basic_istream<C>& operator>>(basic_istream<C>& is, C* s)
+namespace {
+
+// Extracts a word (up to `limit` characters, stopping before a blank or at
+// the end) under a skipping sentry, passing each run of characters to
+// `store(first, count)`; resets the width and sets eofbit and failbit as
+// the word extractors do. `prepare` runs once the sentry has succeeded.
+template <class C, class Prepare, class Store>
+basic_istream<C>& extract_word(basic_istream<C>& is, streamsize limit, Prepare prepare, Store store)
 {
     using traits = impl::stream_traits<C>;
     ios_base::iostate err = ios_base::goodbit;
     streamsize stored = 0;
     const typename basic_istream<C>::sentry ok(is);
     if (ok) {
-        const streamsize limit = is.width() > 0 ? is.width() - 1 : std::numeric_limits<streamsize>::max() - 1;
         is.guarded_([&] {
+            prepare();
             basic_streambuf<C>& sb = *is.rdbuf();
-            for (typename traits::int_type c = sb.sgetc(); stored < limit; c = sb.snextc()) {
+            const impl::numeric_conventions<C>& conv = impl::conventions_of<C>(is);
+            while (stored < limit) {
+                const C* next = sb.get_area_next_();
+                const C* end = std::min(sb.get_area_end_(), next + (limit - stored));
+                const C* stop = std::find_if(next, end, [&](C c) { return conv.is_space(c); });
+                store(next, stop - next);
+                stored += stop - next;
+                sb.get_area_consume_(stop - next);
+                if (stop != end || stored == limit)
+                    break;
+                const typename traits::int_type c = sb.sgetc();
                 if (c == traits::eof()) {
                     err = ios_base::eofbit;
                     break;
                 }
-                if (is_space<C>(is, c))
-                    break;
-                s[stored++] = traits::to_char_type(c);
+                if (sb.get_area_next_() == sb.get_area_end_()) {  // a buffer without get area
+                    if (is_space<C>(is, c))
+                        break;
+                    const C ch = traits::to_char_type(c);
+                    store(&ch, 1);
+                    ++stored;
+                    sb.sbumpc();
+                }
             }
         });
-        s[stored] = C();
         is.width(0);
     }
     if (stored == 0)
         err |= ios_base::failbit;
     is.setstate(err);
     return is;
+}
+
+} // namespace
+
+template <class C>
+basic_istream<C>& operator>>(basic_istream<C>& is, C* s)
+{
+    const streamsize limit = is.width() > 0 ? is.width() - 1 : std::numeric_limits<streamsize>::max() - 1;
+    C* out = s;
+    return extract_word(
+        is, limit, [&] { *out = C(); },
+        [&](const C* p, streamsize n) {
+            out = std::copy(p, p + n, out);
+            *out = C();
+        });
+}
+
+template <class C>
+basic_istream<C>& operator>>(basic_istream<C>& is, basic_string<C>& s)
+{
+    const streamsize limit = is.width() > 0 ? is.width() : static_cast<streamsize>(s.max_size());
+    return extract_word(
+        is, limit, [&] { s.clear(); }, [&](const C* p, streamsize n) { s.append(p, static_cast<std::size_t>(n)); });
 }
 
 template <class C>
@@ -533,6 +604,8 @@ template UVT_API basic_istream<char>& operator>>(basic_istream<char>&, char&);
 template UVT_API basic_istream<wchar_t>& operator>>(basic_istream<wchar_t>&, wchar_t&);
 template UVT_API basic_istream<char>& operator>>(basic_istream<char>&, char*);
 template UVT_API basic_istream<wchar_t>& operator>>(basic_istream<wchar_t>&, wchar_t*);
+template UVT_API basic_istream<char>& operator>>(basic_istream<char>&, basic_string<char>&);
+template UVT_API basic_istream<wchar_t>& operator>>(basic_istream<wchar_t>&, basic_string<wchar_t>&);
 template UVT_API basic_istream<char>& ws(basic_istream<char>&);
 template UVT_API basic_istream<wchar_t>& ws(basic_istream<wchar_t>&);
 
