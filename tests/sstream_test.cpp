@@ -21,6 +21,12 @@ std::string text_of(const Stream& s)
     return std::string(s.data(), s.size());
 }
 
+template <class Stream>
+std::string state_of(const Stream& s)
+{
+    return std::string(s.good() ? "g" : "") + (s.eof() ? "e" : "") + (s.fail() ? "f" : "") + (s.bad() ? "b" : "");
+}
+
 TEST(Ostringstream, StrIsAStringOfTheStreamsAllocator)
 {
     counting_allocator a;
@@ -52,6 +58,133 @@ TEST(Istringstream, ReadsTheCallersCharactersWithoutCopying)
     EXPECT_EQ(is.peek(), 'g');
     EXPECT_EQ(a.attempts(), 0u);
     EXPECT_EQ(is.rdbuf()->data(), text.data());
+}
+
+} // namespace
+
+namespace {
+
+// Growth at least doubles: appending a character at a time costs
+// logarithmically many allocations, and the text stays intact.
+TEST(Ostringstream, GrowthIsAmortisedAndKeepsTheText)
+{
+    counting_allocator a;
+    uvt::ostringstream os(a);
+    std::string expected;
+    for (int i = 0; i < 100000; ++i) {
+        os.put(static_cast<char>('a' + i % 26));
+        expected += static_cast<char>('a' + i % 26);
+    }
+    os.write(expected.data(), 5000);
+    expected.append(expected, 0, 5000);
+    EXPECT_EQ(text_of(os), expected);
+    EXPECT_LT(a.attempts(), 14u);
+    EXPECT_EQ(a.live_blocks(), 1u);
+}
+
+// A failing growth drops what does not fit and sets badbit; nothing leaks
+// and the text so far stays.
+TEST(Ostringstream, AllocationFailureSweep)
+{
+    const std::string chunk(100, 'c');
+    const unsigned long points = uvt_test::sweep_allocation_failures([&](counting_allocator& a) {
+        uvt::ostringstream os(a);
+        std::string expected;
+        for (int i = 0; i < 20 && os.good(); ++i) {
+            os << chunk.c_str() << i;
+            if (os.good())
+                expected += chunk + std::to_string(i);
+        }
+        if (!os.good())
+            EXPECT_EQ(text_of(os).substr(0, expected.size()), expected);
+        EXPECT_EQ(os.bad(), a.failures() > 0);
+    });
+    EXPECT_GT(points, 3u);
+}
+
+TEST(Ostringstream, WideTextAndItsString)
+{
+    uvt::wostringstream os(uvt::allocator::global_allocator());
+    os << L"x=" << 42 << L' ' << 0.25 << " narrow";
+    const uvt::wstring s = os.str();
+    EXPECT_EQ(std::wstring(s.data(), s.size()), L"x=42 0.25 narrow");
+}
+
+TEST(Istringstream, ViewIsNeverWritten)
+{
+    const char text[] = "ab";
+    uvt::istringstream is(text, 2, uvt::allocator::global_allocator());
+    EXPECT_EQ(is.get(), 'a');
+    is.putback('z');  // a different character: refused
+    EXPECT_TRUE(is.bad());
+    is.clear();
+    is.putback('a');
+    EXPECT_TRUE(is.good());
+    EXPECT_STREQ(text, "ab");
+    EXPECT_EQ(is.str(), "ab");
+    char rest[3] = {};
+    is.read(rest, 2);
+    EXPECT_STREQ(rest, "ab");
+    EXPECT_EQ(is.rdbuf()->pubseekoff(1, ios_base::beg, ios_base::out), -1) << "a view has no output side";
+}
+
+TEST(Istringstream, WideNumbersAndWords)
+{
+    const std::wstring text = L"  -17 2.5e3 word";
+    uvt::wistringstream is(text.data(), text.size(), uvt::allocator::global_allocator());
+    int i = 0;
+    double d = 0;
+    uvt::wstring w(uvt::allocator::global_allocator());
+    is >> i >> d >> w;
+    EXPECT_EQ(i, -17);
+    EXPECT_EQ(d, 2500.0);
+    EXPECT_EQ(w, L"word");
+    EXPECT_TRUE(is.eof());
+}
+
+// What is written is read back, and both positions move independently,
+// like std::stringstream.
+TEST(Stringstream, ReadsBackWhatWasWrittenLikeTheStandardStream)
+{
+    uvt::stringstream s(uvt::allocator::global_allocator());
+    std::stringstream ref;
+    std::string log, expected;
+    auto run = [](auto& st, std::string& out) {
+        int v = 0;
+        st << 12 << ' ' << 34;
+        st >> v;
+        out += std::to_string(v) + " ";
+        st << 5;
+        st >> v;
+        out += std::to_string(v) + " ";
+        st >> v;
+        out += std::to_string(v) + " " + state_of(st) + " ";
+        st.clear();
+        st.seekg(0);
+        st >> v;
+        out += std::to_string(v) + " ";
+        st.unget();
+        st.putback('9');  // writable: the character is replaced
+        st >> v;
+        out += std::to_string(v) + " " + std::to_string(st.tellg());
+    };
+    run(s, log);
+    run(ref, expected);
+    EXPECT_EQ(log, expected);
+}
+
+TEST(Stringbuf, SeekingTheOutputSideOverwritesAndKeepsTheEnd)
+{
+    uvt::ostringstream os(uvt::allocator::global_allocator());
+    std::ostringstream ref;
+    os << "hello world";
+    ref << "hello world";
+    EXPECT_EQ(os.rdbuf()->pubseekoff(-5, ios_base::end, ios_base::out), 6);
+    ref.seekp(-5, std::ios_base::end);
+    os << "W";
+    ref << "W";
+    EXPECT_EQ(os.rdbuf()->pubseekpos(20, ios_base::out), -1);
+    EXPECT_EQ(text_of(os), ref.str());
 }
 
 } // namespace

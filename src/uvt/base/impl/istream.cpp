@@ -14,6 +14,15 @@ namespace uvt {
 
 namespace {
 
+// The end of the next `limit` characters of the get area (no further than
+// its end), computed without forming a pointer beyond it.
+template <class C>
+const C* get_area_limit(const basic_streambuf<C>& sb, streamsize limit) noexcept
+{
+    const C* next = sb.get_area_next_();
+    return next + std::min<streamsize>(sb.get_area_end_() - next, std::max<streamsize>(limit, 0));
+}
+
 template <class C>
 bool is_space(const ios_base& s, typename impl::stream_traits<C>::int_type c)
 {
@@ -227,7 +236,7 @@ basic_istream<C>& basic_istream<C>::get(C* s, streamsize n, C delim)
             // Whole runs from the get area, then one character at a time
             // through the buffer's virtual operations.
             const C* next = sb.get_area_next_();
-            const C* end = std::min(sb.get_area_end_(), next + (n - 1 - gcount_));
+            const C* end = get_area_limit(sb, n - 1 - gcount_);
             const C* stop = std::find(next, end, delim);
             std::copy(next, stop, s + gcount_);
             gcount_ += stop - next;
@@ -288,7 +297,7 @@ basic_istream<C>& basic_istream<C>::getline(C* s, streamsize n, C delim)
     unformatted_([&](basic_streambuf<C>& sb) -> ios_base::iostate {
         for (;;) {
             const C* next = sb.get_area_next_();
-            const C* end = std::min(sb.get_area_end_(), next + std::max<streamsize>(n - 1 - stored, 0));
+            const C* end = get_area_limit(sb, n - 1 - stored);
             const C* stop = std::find(next, end, delim);
             std::copy(next, stop, s + stored);
             stored += stop - next;
@@ -351,7 +360,7 @@ basic_istream<C>& basic_istream<C>::ignore(streamsize n, int_type delim)
     return unformatted_([&](basic_streambuf<C>& sb) -> ios_base::iostate {
         while (unlimited || gcount_ < n) {
             const C* next = sb.get_area_next_();
-            const C* end = unlimited ? sb.get_area_end_() : std::min(sb.get_area_end_(), next + (n - gcount_));
+            const C* end = unlimited ? sb.get_area_end_() : get_area_limit(sb, n - gcount_);
             const C* stop = delim == traits_type::eof() ? end : std::find(next, end, traits_type::to_char_type(delim));
             const bool found = stop != end;
             gcount_ += stop - next + found;
@@ -527,7 +536,7 @@ basic_istream<C>& extract_word(basic_istream<C>& is, streamsize limit, Prepare p
             const impl::numeric_conventions<C>& conv = impl::conventions_of<C>(is);
             while (stored < limit) {
                 const C* next = sb.get_area_next_();
-                const C* end = std::min(sb.get_area_end_(), next + (limit - stored));
+                const C* end = get_area_limit(sb, limit - stored);
                 const C* stop = std::find_if(next, end, [&](C c) { return conv.is_space(c); });
                 store(next, stop - next);
                 stored += stop - next;
