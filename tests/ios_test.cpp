@@ -7,6 +7,7 @@
 
 #include <uvt/ios>
 #include <uvt/sstream>
+#include <uvt/stdexcept>
 #include <uvt/strstream>
 
 #include <gtest/gtest.h>
@@ -19,6 +20,7 @@
 #include <limits>
 #include <random>
 #include <set>
+#include <typeinfo>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -400,6 +402,17 @@ TEST(IosStorage, IwordAndPwordGrowOnDemandAndKeepTheirValues)
     s.os.iword(-1) = 5;  // scratch slot
     EXPECT_TRUE(s.os.bad());
     EXPECT_EQ(s.os.iword(a), 17);
+
+    // A table that cannot grow (its allocator's parent fails): badbit and
+    // the scratch slot, the table unchanged.
+    auto& global = test_host::instance().global;
+    s.os.clear();
+    global.fail_at(1);
+    s.os.pword(100000) = &s;
+    global.fail_at(0);
+    EXPECT_TRUE(s.os.bad());
+    EXPECT_EQ(s.os.iword(a), 17);
+    EXPECT_EQ(s.os.pword(b), &s);
 }
 
 // xalloc and the ios_base allocator are shared by all threads; streams on
@@ -540,6 +553,100 @@ TEST(IosCallbacks, CopyfmtFailureSetsBadbitAndLeavesTheTarget)
         EXPECT_TRUE(target.os.bad()) << "allocation " << n;
         EXPECT_EQ(target.os.flags(), ios_base::skipws | ios_base::dec) << "allocation " << n;
         EXPECT_EQ(global.live_blocks(), live) << "allocation " << n;
+    }
+}
+
+} // namespace
+
+namespace {
+
+// ------------------------------------------- moving and swapping state
+
+// Exposes the protected state transfers of basic_ios.
+class state_holder : public uvt::basic_ios<char> {
+public:
+    state_holder() : uvt::basic_ios<char>(nullptr) {}
+    using uvt::basic_ios<char>::move;
+    using uvt::basic_ios<char>::swap;
+    void reset() { uvt::ios_base::init(); }
+};
+
+void prepare(state_holder& s, int tag, uvt::ostream* tie)
+{
+    s.flags(ios_base::hex | ios_base::left);
+    s.precision(tag);
+    s.width(tag + 1);
+    s.fill('#');
+    s.tie(tie);
+    s.iword(3) = tag;
+    s.register_callback(log_event, tag);
+}
+
+TEST(IosState, MoveTakesEverythingAndLeavesTheSourceFresh)
+{
+    std::vector<std::pair<ios_base::event, int>> log;
+    event_log = &log;
+    capture_stream tied;
+    state_holder source, target;
+    prepare(source, 7, &tied.os);
+    target.register_callback(log_event, 99);
+    target.move(source);
+    EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{{ios_base::erase_event, 99}}));
+    EXPECT_EQ(target.flags(), ios_base::hex | ios_base::left);
+    EXPECT_EQ(target.precision(), 7);
+    EXPECT_EQ(target.width(), 8);
+    EXPECT_EQ(target.fill(), '#');
+    EXPECT_EQ(target.tie(), &tied.os);
+    EXPECT_EQ(target.iword(3), 7);
+    EXPECT_TRUE(target.bad()) << "the state moves too: no buffer";
+    EXPECT_EQ(source.flags(), ios_base::skipws | ios_base::dec);
+    EXPECT_EQ(source.precision(), 6);
+    EXPECT_EQ(source.tie(), nullptr);
+    EXPECT_TRUE(source.good());
+    EXPECT_EQ(source.iword(3), 0) << "the table went with the move";
+    log.clear();
+    source.reset();  // nothing registered: no events
+    EXPECT_TRUE(log.empty());
+}
+
+TEST(IosState, SwapExchangesAndInitKeepsTheTables)
+{
+    std::vector<std::pair<ios_base::event, int>> log;
+    event_log = &log;
+    capture_stream tied;
+    {
+        state_holder a, b;
+        prepare(a, 1, &tied.os);
+        prepare(b, 2, nullptr);
+        b.fill('-');
+        a.swap(b);
+        EXPECT_EQ(a.precision(), 2);
+        EXPECT_EQ(a.fill(), '-');
+        EXPECT_EQ(a.tie(), nullptr);
+        EXPECT_EQ(a.iword(3), 2);
+        EXPECT_EQ(b.precision(), 1);
+        EXPECT_EQ(b.tie(), &tied.os);
+        EXPECT_EQ(b.iword(3), 1);
+        b.reset();
+        EXPECT_EQ(b.precision(), 6);
+        EXPECT_EQ(b.flags(), ios_base::skipws | ios_base::dec);
+        EXPECT_EQ(b.iword(3), 1);
+    }
+    // Each callback went with its table and is erased with its new owner.
+    EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{{ios_base::erase_event, 1},
+                                                                 {ios_base::erase_event, 2}}));
+}
+
+TEST(IosFailure, NullFacetPointerIsABadCast)
+{
+    try {
+        ios_base::throwNullFacetPointer("facet.cpp", 12);
+        ADD_FAILURE() << "no exception";
+    } catch (const std::bad_cast& e) {
+        const auto& own = dynamic_cast<const uvt::bad_cast&>(e);
+        EXPECT_EQ(own.error_no(), 1000009);
+        EXPECT_STREQ(own.get_msgarg_by_name("REASON"), "null facet pointer");
+        own.mark_processed();
     }
 }
 
