@@ -588,6 +588,17 @@ TEST(IstreamState, TiedStreamIsFlushedBeforeEveryExtraction)
     EXPECT_EQ(is.tie(), &tied);
 }
 
+TEST(IstreamState, WsSkipsBlanksAndStopsAtTheEndWithoutFailing)
+{
+    const std::string text = " \t x  ";
+    uvt::istringstream is(text.data(), text.size(), uvt::allocator::global_allocator());
+    is >> uvt::ws;
+    EXPECT_EQ(is.get(), 'x');
+    is >> uvt::ws;
+    EXPECT_TRUE(is.eof());
+    EXPECT_FALSE(is.fail());
+}
+
 TEST(IstreamPositioning, TellgSeekgAndReadsomeLikeTheStandardStreams)
 {
     const std::string text = "0123456789";

@@ -34,6 +34,7 @@ TEST(Ostringstream, StrIsAStringOfTheStreamsAllocator)
         uvt::ostringstream os(a);
         EXPECT_EQ(os.size(), 0u);
         EXPECT_EQ(a.attempts(), 0u) << "nothing allocated before the first write";
+        EXPECT_EQ(os.str(), "");
         os << "value " << 17 << '!';
         const uvt::string s = os.str();
         EXPECT_EQ(s, "value 17!");

@@ -88,7 +88,7 @@ const impl::numeric_conventions<C>& impl::conventions_of(const ios_base&) noexce
 {
     static constexpr C truename[] = {C('t'), C('r'), C('u'), C('e'), C()};
     static constexpr C falsename[] = {C('f'), C('a'), C('l'), C('s'), C('e'), C()};
-    static constexpr numeric_conventions<C> classic{C('.'), C(','), truename, falsename, 4, 5};
+    static constexpr numeric_conventions<C> classic{C('.'), truename, falsename, 4, 5};
     return classic;
 }
 

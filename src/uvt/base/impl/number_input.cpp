@@ -185,11 +185,11 @@ struct decimal_text {
     }
 };
 
-// Reads [sign] digits [. digits] [(e|E) [sign] digits] as the standard
+// Reads [sign] digits [point digits] [(e|E) [sign] digits] as the standard
 // streams accumulate it: a point after the exponent, a second point or a
 // second "e" end the number; an "e" needs a digit before it.
 template <class C>
-decimal_text scan_decimal(input_cursor<C>& in)
+decimal_text scan_decimal(input_cursor<C>& in, C decimal_point)
 {
     decimal_text t;
     t.negative = in.is('-');
@@ -208,7 +208,7 @@ decimal_text scan_decimal(input_cursor<C>& in)
             } else {
                 t.exponent += !point;  // a dropped digit before the point
             }
-        } else if (in.is('.') && !point) {
+        } else if (!point && !in.at_end() && in.get() == decimal_point) {
             point = true;
         } else {
             break;
@@ -243,12 +243,12 @@ F parse_decimal(const char* text) noexcept
 } // namespace
 
 template <class C, class F>
-ios_base::iostate read_floating(basic_streambuf<C>& sb, const ios_base&, F& v)
+ios_base::iostate read_floating(basic_streambuf<C>& sb, const ios_base& s, F& v)
 {
     // float goes through double and is rounded once more at the end.
     using wide = std::conditional_t<std::is_same_v<F, long double>, long double, double>;
     input_cursor<C> in(sb);
-    const decimal_text t = scan_decimal(in);
+    const decimal_text t = scan_decimal(in, conventions_of<C>(s).decimal_point);
     ios_base::iostate err = in.end_state();
     if (!t.valid) {
         v = 0;

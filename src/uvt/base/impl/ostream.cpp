@@ -211,15 +211,35 @@ template <class F>
 basic_ostream<C>& basic_ostream<C>::insert_floating_(F v)
 {
     const impl::float_text text(v, impl::float_format::of(this->flags(), this->precision()));
-    if (const char* s = text.short_text())
-        return insert_narrow_(s, static_cast<streamsize>(text.size()), text.prefix());
+    // The text has '.' for the decimal point of the conventions.
+    const C point = impl::conventions_of<C>(*this).decimal_point;
+    if (const char* s = text.short_text()) {
+        if (point == C('.'))
+            return insert_narrow_(s, static_cast<streamsize>(text.size()), text.prefix());
+        C converted[impl::float_text::short_capacity];
+        std::transform(s, s + text.size(), converted,
+                       [&](char c) { return c == '.' ? point : static_cast<C>(static_cast<unsigned char>(c)); });
+        return insert_field_(converted, static_cast<streamsize>(text.size()), text.prefix());
+    }
 
     // A long text (exact digits at a high precision) is written piece by
     // piece, the padding going in after the first `pad_at` characters.
+    // The point comes as a piece of its own.
     class padded_sink final : public impl::float_sink {
     public:
-        padded_sink(basic_ostream& os, std::size_t pad_at, streamsize pad) : os_(os), pad_at_(pad_at), pad_(pad) {}
-        bool chars(const char* s, std::size_t n) override { return pad_if_due_() && write_(s, n); }
+        padded_sink(basic_ostream& os, C point, std::size_t pad_at, streamsize pad)
+            : os_(os), point_(point), pad_at_(pad_at), pad_(pad)
+        {
+        }
+        bool chars(const char* s, std::size_t n) override
+        {
+            if (!pad_if_due_())
+                return false;
+            written_ += n;
+            if (n == 1 && *s == '.')
+                return os_.write_chars_(&point_, 1);
+            return os_.write_chars_(s, static_cast<streamsize>(n));
+        }
         bool zeros(std::size_t n) override
         {
             static constexpr char zeros[] = "0000000000000000000000000000000000000000000000000000000000000000";
@@ -239,13 +259,9 @@ basic_ostream<C>& basic_ostream<C>::insert_floating_(F v)
                 return true;
             return os_.write_fill_(std::exchange(pad_, 0));
         }
-        bool write_(const char* s, std::size_t n)
-        {
-            written_ += n;
-            return os_.write_chars_(s, static_cast<streamsize>(n));
-        }
 
         basic_ostream& os_;
+        C point_;
         std::size_t pad_at_;
         streamsize pad_;
         std::size_t written_ = 0;
@@ -260,7 +276,7 @@ basic_ostream<C>& basic_ostream<C>::insert_floating_(F v)
             const std::size_t pad_at = adjust == ios_base::left       ? text.size()
                                        : adjust == ios_base::internal ? static_cast<std::size_t>(text.prefix())
                                                                       : 0;
-            padded_sink sink(*this, pad_at, pad);
+            padded_sink sink(*this, point, pad_at, pad);
             if (!(text.write(sink) && sink.finish()))
                 this->setstate(ios_base::badbit);
         });

@@ -131,7 +131,7 @@ typename basic_stringbuf<C>::int_type basic_stringbuf<C>::pbackfail(int_type c)
         return traits_type::eof();
     if (c == traits_type::eof()) {
         this->gbump(-1);
-        return 0;
+        return traits_type::to_int_type(*this->gptr());
     }
     if (view_ || !(mode_ & ios_base::out))
         return traits_type::eof();
