@@ -92,6 +92,9 @@ void render_integer(number_field& f, std::uint64_t magnitude, bool negative, boo
     }
 }
 
+// Long runs of zeros of floating-point texts are written from here.
+constexpr char zero_digits[] = "0000000000000000000000000000000000000000000000000000000000000000";
+
 } // namespace
 
 // ----------------------------------------------------------------- sentry
@@ -242,12 +245,11 @@ basic_ostream<C>& basic_ostream<C>::insert_floating_(F v)
         }
         bool zeros(std::size_t n) override
         {
-            static constexpr char zeros[] = "0000000000000000000000000000000000000000000000000000000000000000";
-            constexpr std::size_t chunk = sizeof zeros - 1;
+            constexpr std::size_t chunk = sizeof zero_digits - 1;
             for (; n > chunk; n -= chunk)
-                if (!chars(zeros, chunk))
+                if (!chars(zero_digits, chunk))
                     return false;
-            return chars(zeros, n);
+            return chars(zero_digits, n);
         }
         // Pads at the end (left adjustment).
         bool finish() { return pad_if_due_(); }
