@@ -419,9 +419,10 @@ constexpr int long_double_limbs = 259;
 using rounding_plan = float_text::rounding_plan;
 
 // Walks the expansion once to find Q: `fixed` keeps the digits down to
-// 10^-wanted, otherwise `wanted` significant digits.
+// 10^-wanted, otherwise `wanted` significant digits. Kept out of line, as
+// is write_exact, so that the short path's frame stays small.
 template <int Limbs>
-rounding_plan plan_exact(u64 m, int e2, bool fixed, i64 wanted) noexcept
+[[gnu::noinline]] rounding_plan plan_exact(u64 m, int e2, bool fixed, i64 wanted) noexcept
 {
     exact_expansion<Limbs> expansion(m, e2);
     rounding_plan plan{};
@@ -589,6 +590,14 @@ bool write_layout(const float_text::layout& l, Digits& digits, Sink& out)
     if (l.tail && !digits.write(out, l.tail))
         return false;
     return out.chars(l.suffix, l.suffix_size);
+}
+
+// The text of a layout whose digits come from the exact expansion.
+template <int Limbs, class Sink>
+[[gnu::noinline]] bool write_exact(const float_text::layout& l, u64 m, int e2, const rounding_plan& plan, Sink& out)
+{
+    exact_digits_source<Limbs> source(m, e2, plan);
+    return write_layout(l, source, out);
 }
 
 // ------------------------------------------------------------- layouts
@@ -850,11 +859,9 @@ void float_text::build_(F v, const float_format& f) noexcept
         short_digits_source source{digits};
         write_layout(layout_, source, sink);
     } else if (long_double_) {
-        exact_digits_source<long_double_limbs> source(mantissa_, exponent_, plan_);
-        write_layout(layout_, source, sink);
+        write_exact<long_double_limbs>(layout_, mantissa_, exponent_, plan_, sink);
     } else {
-        exact_digits_source<double_limbs> source(mantissa_, exponent_, plan_);
-        write_layout(layout_, source, sink);
+        write_exact<double_limbs>(layout_, mantissa_, exponent_, plan_, sink);
     }
 }
 
@@ -866,12 +873,8 @@ bool float_text::write(float_sink& out) const
         short_digits_source source{digits_};
         return write_layout(layout_, source, out);
     }
-    if (long_double_) {
-        exact_digits_source<long_double_limbs> source(mantissa_, exponent_, plan_);
-        return write_layout(layout_, source, out);
-    }
-    exact_digits_source<double_limbs> source(mantissa_, exponent_, plan_);
-    return write_layout(layout_, source, out);
+    return long_double_ ? write_exact<long_double_limbs>(layout_, mantissa_, exponent_, plan_, out)
+                        : write_exact<double_limbs>(layout_, mantissa_, exponent_, plan_, out);
 }
 
 } // namespace uvt::impl
