@@ -1,24 +1,43 @@
-// Integer formatting: the library's buffer_stream<256> against
-// std::ostringstream and snprintf for the same text. Each run formats one
-// line of 16 integers (decimal, then hexadecimal with base and width) into a
-// fresh stream or buffer. The last benchmark reports the time ratios
-// (other / buffer_stream; above 1 means the library is faster).
+// Number formatting against std::ostringstream and snprintf for the same
+// text. Integers: each run formats one line of 16 integers (decimal, then
+// hexadecimal with base and width) into a fresh buffer_stream<256>, stream
+// or buffer. Doubles: each run appends 1000 doubles of mixed magnitudes in
+// the default format ("%g") and a blank to one growing string stream (or
+// buffer). The last benchmark reports the time ratios (other / library;
+// above 1 means the library is faster).
 
 #include <uvt/ext/buffer_stream>
+#include <uvt/sstream>
 
 #include <benchmark/benchmark.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <iomanip>
+#include <random>
 #include <sstream>
+#include <vector>
 
 namespace {
 
 const long values[16] = {0, 7, -13, 255, 4096, -65536, 1234567, 99999999, -2147483648L, 4294967295L,
                          42, -1, 1L << 40, -(1L << 50), 987654321012L, 31};
 
-double ns_per_op[3];  // buffer_stream, ostringstream, snprintf
+// buffer_stream, ostringstream, snprintf; then the same for doubles.
+double ns_per_op[6];
+
+const std::vector<double>& doubles()
+{
+    static const std::vector<double> values = [] {
+        std::mt19937_64 rng(1);
+        std::vector<double> v(1000);
+        for (double& x : v)
+            x = std::uniform_real_distribution<double>(-1e6, 1e6)(rng) * std::pow(10.0, int(rng() % 20) - 10);
+        return v;
+    }();
+    return values;
+}
 
 template <class Body>
 void timed(benchmark::State& state, int slot, Body body)
@@ -69,17 +88,55 @@ void BM_snprintf(benchmark::State& state)
     });
 }
 
+void BM_double_uvt_ostringstream(benchmark::State& state)
+{
+    uvt::ostringstream os(uvt::allocator::global_allocator());
+    timed(state, 3, [&] {
+        for (double v : doubles())
+            os << v << ' ';
+        benchmark::DoNotOptimize(os.data());
+    });
+}
+
+void BM_double_std_ostringstream(benchmark::State& state)
+{
+    std::ostringstream os;
+    timed(state, 4, [&] {
+        for (double v : doubles())
+            os << v << ' ';
+        benchmark::DoNotOptimize(os.tellp());
+    });
+}
+
+void BM_double_snprintf(benchmark::State& state)
+{
+    std::vector<char> text;
+    timed(state, 5, [&] {
+        char buffer[32];
+        for (double v : doubles()) {
+            const int n = std::snprintf(buffer, sizeof buffer, "%g ", v);
+            text.insert(text.end(), buffer, buffer + n);
+        }
+        benchmark::DoNotOptimize(text.data());
+    });
+}
+
 void BM_ratio(benchmark::State& state)
 {
     for (auto _ : state) {
     }
     state.counters["ostringstream/buffer_stream"] = ns_per_op[1] / ns_per_op[0];
     state.counters["snprintf/buffer_stream"] = ns_per_op[2] / ns_per_op[0];
+    state.counters["double: std::ostringstream/uvt"] = ns_per_op[4] / ns_per_op[3];
+    state.counters["double: snprintf/uvt"] = ns_per_op[5] / ns_per_op[3];
 }
 
 BENCHMARK(BM_buffer_stream);
 BENCHMARK(BM_ostringstream);
 BENCHMARK(BM_snprintf);
+BENCHMARK(BM_double_uvt_ostringstream);
+BENCHMARK(BM_double_std_ostringstream);
+BENCHMARK(BM_double_snprintf);
 BENCHMARK(BM_ratio)->Iterations(1);
 
 } // namespace

@@ -6,14 +6,21 @@
 #include "support/test_host.h"
 
 #include <uvt/ios>
+#include <uvt/sstream>
+#include <uvt/stdexcept>
 #include <uvt/strstream>
 
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <iomanip>
 #include <limits>
+#include <random>
 #include <set>
+#include <typeinfo>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -70,6 +77,8 @@ std::ios_base::fmtflags to_std(ios_base::fmtflags f)
         {ios_base::left, std::ios_base::left},           {ios_base::right, std::ios_base::right},
         {ios_base::internal, std::ios_base::internal},   {ios_base::showbase, std::ios_base::showbase},
         {ios_base::showpos, std::ios_base::showpos},     {ios_base::uppercase, std::ios_base::uppercase},
+        {ios_base::fixed, std::ios_base::fixed},         {ios_base::scientific, std::ios_base::scientific},
+        {ios_base::showpoint, std::ios_base::showpoint},
     };
     std::ios_base::fmtflags out{};
     for (auto [mine, theirs] : map)
@@ -81,6 +90,7 @@ std::ios_base::fmtflags to_std(ios_base::fmtflags f)
 struct format {
     ios_base::fmtflags flags;
     long width;
+    long precision = 6;
 };
 
 std::vector<format> all_formats()
@@ -109,6 +119,7 @@ std::string with_uvt(T v, format f)
     uvt::ostrstream os(uvt::allocator::global_allocator());
     os.flags(f.flags);
     os.width(f.width);
+    os.precision(f.precision);
     os.fill('*');
     os << v;
     EXPECT_EQ(os.width(), 0) << "width is reset by every insertion";
@@ -121,6 +132,7 @@ std::string with_std(T v, format f)
     std::ostringstream os;
     os.flags(to_std(f.flags));
     os.width(f.width);
+    os.precision(f.precision);
     os.fill('*');
     os << v;
     return os.str();
@@ -174,6 +186,75 @@ TEST(OstreamFormat, PointersAsTheCLibraryPrintsThem)
     EXPECT_EQ(with_uvt(static_cast<const void*>(&object), {ios_base::uppercase | ios_base::oct, 0}), expected);
     EXPECT_EQ(with_uvt(static_cast<const void*>(nullptr), {0, 0}), "(nil)");
     EXPECT_EQ(with_uvt(reinterpret_cast<const void*>(0xab), {ios_base::internal, 7}), "0x***ab");
+}
+
+// ------------------------------------------------------ floating point
+
+const ios_base::fmtflags float_styles[] = {0, ios_base::fixed, ios_base::scientific,
+                                            ios_base::fixed | ios_base::scientific};
+const ios_base::fmtflags float_extras[] = {0, ios_base::showpoint, ios_base::showpos, ios_base::uppercase,
+                                            ios_base::showpoint | ios_base::uppercase | ios_base::showpos};
+
+template <class F>
+void expect_float_like_standard(F v, format f)
+{
+    ASSERT_EQ(with_uvt(v, f), with_std(v, f)) << std::hexfloat << v << std::dec << " flags 0x" << std::hex << f.flags
+                                              << std::dec << " width " << f.width << " precision " << f.precision;
+}
+
+// Ties, carries into a new digit, the ends of the range, subnormals,
+// special values, and values whose exact expansion is long.
+TEST(OstreamFloat, TableMatchesTheStandardStreams)
+{
+    const double values[] = {0.0, -0.0, 1.0, 0.5, 2.5, 0.125, 0.375, 9.5, 99.5, 999999.5, 9.9999996, 0.95, 0.05,
+                             1e-5, 9.9995e-5, 123456.789, 1e15, 1e16, 1e17, 1e21, 1.25e22, 1e300, 1e-300,
+                             5e-324, 2.2250738585072014e-308, 1.7976931348623157e308, 0.1, 1.0 / 3,
+                             std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
+                             std::numeric_limits<double>::quiet_NaN(), -std::numeric_limits<double>::quiet_NaN()};
+    const long precisions[] = {-1, 0, 1, 2, 5, 6, 16, 17, 18, 19, 20, 30, 60, 400, 1100};
+    for (double v : values)
+        for (auto style : float_styles)
+            for (auto extra : float_extras)
+                for (long precision : precisions) {
+                    expect_float_like_standard(v, {style | extra, 0, precision});
+                    expect_float_like_standard(static_cast<long double>(v), {style | extra, 0, precision});
+                }
+    for (float v : {1.5f, 3.14159274f, 1e-45f, 3.4e38f})
+        expect_float_like_standard(v, {0, 0, 9});
+    for (long double v : {1e-4950L, 1.18973149535723176502e+4932L, 1e4000L, 0.1L, 1e-20L})
+        for (auto style : float_styles)
+            for (long precision : {3, 25})
+                expect_float_like_standard(v, {style, 0, precision});
+}
+
+// Padding goes around the whole text, and after the sign (or the "0x" of
+// a hexadecimal text) under internal; long texts take the same path.
+TEST(OstreamFloat, WidthFillAndAdjustment)
+{
+    for (double v : {-1.5, 2.75, 1e300, -std::numeric_limits<double>::infinity()})
+        for (auto style : float_styles)
+            for (ios_base::fmtflags adjust : {0u, 0u + ios_base::left, 0u + ios_base::right, 0u + ios_base::internal})
+                for (long width : {0, 1, 12, 40, 500})
+                    for (long precision : {3, 200})
+                        expect_float_like_standard(v, {style | adjust | ios_base::showpos, width, precision});
+}
+
+TEST(OstreamFloat, RandomSweepMatchesTheStandardStreams)
+{
+    std::mt19937_64 rng(20240611);
+    for (int i = 0; i < 20000; ++i) {
+        const std::uint64_t bits = rng();
+        double v;
+        std::memcpy(&v, &bits, sizeof v);
+        if (i % 2)  // values of everyday size, with short decimal forms
+            v = static_cast<double>(static_cast<std::int64_t>(rng() % 20000001) - 10000000) /
+                std::pow(10.0, static_cast<int>(rng() % 12));
+        const long precision = rng() % 8 == 0 ? static_cast<long>(rng() % 120) : static_cast<long>(rng() % 21);
+        const format f{float_styles[rng() % 3] | float_extras[rng() % 5], static_cast<long>(rng() % 30), precision};
+        expect_float_like_standard(v, f);
+        const long double lv = static_cast<long double>(v) / 7 * static_cast<long double>(rng() % 1000 + 1);
+        expect_float_like_standard(lv, f);
+    }
 }
 
 TEST(OstreamFormat, Manipulators)
@@ -312,6 +393,17 @@ TEST(IosStorage, IwordAndPwordGrowOnDemandAndKeepTheirValues)
     s.os.iword(-1) = 5;  // scratch slot
     EXPECT_TRUE(s.os.bad());
     EXPECT_EQ(s.os.iword(a), 17);
+
+    // A table that cannot grow (its allocator's parent fails): badbit and
+    // the scratch slot, the table unchanged.
+    auto& global = test_host::instance().global;
+    s.os.clear();
+    global.fail_at(1);
+    s.os.pword(100000) = &s;
+    global.fail_at(0);
+    EXPECT_TRUE(s.os.bad());
+    EXPECT_EQ(s.os.iword(a), 17);
+    EXPECT_EQ(s.os.pword(b), &s);
 }
 
 // xalloc and the ios_base allocator are shared by all threads; streams on
@@ -452,6 +544,94 @@ TEST(IosCallbacks, CopyfmtFailureSetsBadbitAndLeavesTheTarget)
         EXPECT_TRUE(target.os.bad()) << "allocation " << n;
         EXPECT_EQ(target.os.flags(), ios_base::skipws | ios_base::dec) << "allocation " << n;
         EXPECT_EQ(global.live_blocks(), live) << "allocation " << n;
+    }
+}
+
+} // namespace
+
+namespace {
+
+// ------------------------------------------- moving and swapping state
+
+// Exposes the protected state transfers of basic_ios.
+class state_holder : public uvt::basic_ios<char> {
+public:
+    state_holder() : uvt::basic_ios<char>(nullptr) {}
+    using uvt::basic_ios<char>::move;
+    using uvt::basic_ios<char>::swap;
+    void reset() { uvt::ios_base::init(); }
+};
+
+void prepare(state_holder& s, int tag, uvt::ostream* tie)
+{
+    s.flags(ios_base::hex | ios_base::left);
+    s.precision(tag);
+    s.width(tag + 1);
+    s.fill('#');
+    s.tie(tie);
+    s.iword(3) = tag;
+    s.register_callback(log_event, tag);
+}
+
+// What a state transfer carries, as one text.
+std::string summary(state_holder& s, const void* tied)
+{
+    return std::to_string(s.flags()) + " p" + std::to_string(s.precision()) + " w" + std::to_string(s.width()) +
+           " " + s.fill() + (s.tie() == tied ? " tied" : " untied") + " i" + std::to_string(s.iword(3)) + " s" +
+           std::to_string(s.rdstate());
+}
+
+TEST(IosState, MoveTakesEverythingAndLeavesTheSourceFresh)
+{
+    std::vector<std::pair<ios_base::event, int>> log;
+    event_log = &log;
+    capture_stream tied;
+    state_holder source, target, expected;
+    prepare(source, 7, &tied.os);
+    prepare(expected, 7, &tied.os);
+    target.register_callback(log_event, 99);
+    target.move(source);
+    EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{{ios_base::erase_event, 99}}));
+    EXPECT_EQ(summary(target, &tied.os), summary(expected, &tied.os));
+    EXPECT_EQ(summary(source, nullptr), "4098 p6 w0 # tied i0 s0") << "the tables went with the move";
+    log.clear();
+}
+
+TEST(IosState, SwapExchangesAndInitKeepsTheTables)
+{
+    std::vector<std::pair<ios_base::event, int>> log;
+    event_log = &log;
+    capture_stream tied;
+    {
+        state_holder a, b, a_was, b_was;
+        prepare(a, 1, &tied.os);
+        prepare(a_was, 1, &tied.os);
+        prepare(b, 2, nullptr);
+        prepare(b_was, 2, nullptr);
+        a.swap(b);
+        EXPECT_EQ(summary(a, nullptr), summary(b_was, nullptr));
+        EXPECT_EQ(summary(b, &tied.os), summary(a_was, &tied.os));
+        b.reset();
+        EXPECT_EQ(summary(b, &tied.os), "4098 p6 w0 # tied i1 s0");
+        log.clear();
+    }
+    // Each callback went with its table and is erased with its new owner:
+    // b_was (2), a_was (1), then b holding a's (1) and a holding b's (2).
+    EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{
+                       {ios_base::erase_event, 2}, {ios_base::erase_event, 1}, {ios_base::erase_event, 1},
+                       {ios_base::erase_event, 2}}));
+}
+
+TEST(IosFailure, NullFacetPointerIsABadCast)
+{
+    try {
+        ios_base::throwNullFacetPointer("facet.cpp", 12);
+        ADD_FAILURE() << "no exception";
+    } catch (const std::bad_cast& e) {
+        const auto& own = dynamic_cast<const uvt::bad_cast&>(e);
+        EXPECT_EQ(own.error_no(), 1000009);
+        EXPECT_STREQ(own.get_msgarg_by_name("REASON"), "null facet pointer");
+        own.mark_processed();
     }
 }
 

@@ -1,10 +1,15 @@
-// basic_ostream: sentries, padding, integer and pointer formatting.
+// basic_ostream: sentries, padding, integer, pointer and floating-point
+// formatting.
+#include "stream_guard.h"
+#include "uvt/impl/float_text.h"
+
 #include <uvt/ios>
 
 #include <algorithm>
 #include <cstdint>
 #include <exception>
 #include <type_traits>
+#include <utility>
 
 namespace uvt {
 
@@ -87,17 +92,8 @@ void render_integer(number_field& f, std::uint64_t magnitude, bool negative, boo
     }
 }
 
-// Called in a catch handler: marks a library exception that the stream
-// absorbs into its state as handled, so it is not reported as forgotten.
-void absorb_current_exception() noexcept
-{
-    try {
-        throw;
-    } catch (const exception& e) {
-        e.mark_processed();
-    } catch (...) {
-    }
-}
+// Long runs of zeros of floating-point texts are written from here.
+constexpr char zero_digits[] = "0000000000000000000000000000000000000000000000000000000000000000";
 
 } // namespace
 
@@ -129,7 +125,7 @@ basic_ostream<C>::sentry::~sentry()
             os_.add_state_(ios_base::badbit);
     } catch (...) {
         os_.add_state_(ios_base::badbit);
-        absorb_current_exception();
+        impl::absorb_current_exception();
     }
 }
 
@@ -202,6 +198,95 @@ basic_ostream<C>& basic_ostream<C>::operator<<(const void* p)
 }
 
 template <class C>
+basic_ostream<C>& basic_ostream<C>::operator<<(double v)
+{
+    return insert_floating_(v);
+}
+
+template <class C>
+basic_ostream<C>& basic_ostream<C>::operator<<(long double v)
+{
+    return insert_floating_(v);
+}
+
+template <class C>
+template <class F>
+basic_ostream<C>& basic_ostream<C>::insert_floating_(F v)
+{
+    const impl::float_text text(v, impl::float_format::of(this->flags(), this->precision()));
+    // The text has '.' for the decimal point of the conventions.
+    const C point = impl::conventions_of<C>(*this).decimal_point;
+    if (const char* s = text.short_text()) {
+        if (point == C('.'))
+            return insert_narrow_(s, static_cast<streamsize>(text.size()), text.prefix());
+        C converted[impl::float_text::short_capacity];
+        std::transform(s, s + text.size(), converted,
+                       [&](char c) { return c == '.' ? point : static_cast<C>(static_cast<unsigned char>(c)); });
+        return insert_field_(converted, static_cast<streamsize>(text.size()), text.prefix());
+    }
+
+    // A long text (exact digits at a high precision) is written piece by
+    // piece, the padding going in after the first `pad_at` characters.
+    // The point comes as a piece of its own.
+    class padded_sink final : public impl::float_sink {
+    public:
+        padded_sink(basic_ostream& os, C point, std::size_t pad_at, streamsize pad)
+            : os_(os), point_(point), pad_at_(pad_at), pad_(pad)
+        {
+        }
+        bool chars(const char* s, std::size_t n) override
+        {
+            if (!pad_if_due_())
+                return false;
+            written_ += n;
+            if (n == 1 && *s == '.')
+                return os_.write_chars_(&point_, 1);
+            return os_.write_chars_(s, static_cast<streamsize>(n));
+        }
+        bool zeros(std::size_t n) override
+        {
+            constexpr std::size_t chunk = sizeof zero_digits - 1;
+            for (; n > chunk; n -= chunk)
+                if (!chars(zero_digits, chunk))
+                    return false;
+            return chars(zero_digits, n);
+        }
+        // Pads at the end (left adjustment).
+        bool finish() { return pad_if_due_(); }
+
+    private:
+        bool pad_if_due_()
+        {
+            if (pad_ == 0 || written_ < pad_at_)
+                return true;
+            return os_.write_fill_(std::exchange(pad_, 0));
+        }
+
+        basic_ostream& os_;
+        C point_;
+        std::size_t pad_at_;
+        streamsize pad_;
+        std::size_t written_ = 0;
+    };
+
+    const sentry ok(*this);
+    if (ok) {
+        this->guarded_([&] {
+            const streamsize pad = std::max<streamsize>(this->width() - static_cast<streamsize>(text.size()), 0);
+            this->width(0);
+            const ios_base::fmtflags adjust = this->flags() & ios_base::adjustfield;
+            const std::size_t pad_at = adjust == ios_base::left       ? text.size()
+                                       : adjust == ios_base::internal ? static_cast<std::size_t>(text.prefix())
+                                                                      : 0;
+            padded_sink sink(*this, point, pad_at, pad);
+            if (!(text.write(sink) && sink.finish()))
+                this->setstate(ios_base::badbit);
+        });
+    }
+    return *this;
+}
+
+template <class C>
 template <class T>
 basic_ostream<C>& basic_ostream<C>::insert_integer_(T v)
 {
@@ -221,13 +306,10 @@ basic_ostream<C>& basic_ostream<C>::insert_integer_(T v)
 template <class C>
 basic_ostream<C>& basic_ostream<C>::insert_narrow_(const char* s, streamsize n, streamsize prefix)
 {
-    if constexpr (std::is_same_v<C, char>) {
-        return insert_field_(s, n, prefix);
-    } else {
-        C wide[number_field::capacity];
-        std::copy(s, s + n, wide);
-        return insert_field_(wide, n, prefix);
-    }
+    const sentry ok(*this);
+    if (ok)
+        this->guarded_([&] { write_padded_(s, n, prefix); });
+    return *this;
 }
 
 template <class C>
@@ -235,12 +317,13 @@ basic_ostream<C>& basic_ostream<C>::insert_field_(const C* s, streamsize n, stre
 {
     const sentry ok(*this);
     if (ok)
-        guarded_([&] { write_padded_(s, n, prefix); });
+        this->guarded_([&] { write_padded_(s, n, prefix); });
     return *this;
 }
 
 template <class C>
-void basic_ostream<C>::write_padded_(const C* s, streamsize n, streamsize prefix)
+template <class S>
+void basic_ostream<C>::write_padded_(const S* s, streamsize n, streamsize prefix)
 {
     const streamsize pad = std::max<streamsize>(this->width() - n, 0);
     this->width(0);
@@ -266,24 +349,23 @@ bool basic_ostream<C>::write_fill_(streamsize n)
 }
 
 template <class C>
-bool basic_ostream<C>::write_chars_(const C* s, streamsize n)
+template <class S>
+bool basic_ostream<C>::write_chars_(const S* s, streamsize n)
 {
-    return n <= 0 || this->rdbuf()->sputn(s, n) == n;
-}
-
-// An exception from the buffer sets badbit and goes on only when the
-// exception mask asks for badbit; otherwise the stream absorbs it.
-template <class C>
-template <class Op>
-void basic_ostream<C>::guarded_(Op op)
-{
-    try {
-        op();
-    } catch (...) {
-        this->add_state_(ios_base::badbit);
-        if (this->exceptions() & ios_base::badbit)
-            throw;
-        absorb_current_exception();
+    if constexpr (std::is_same_v<S, C>) {
+        return n <= 0 || this->rdbuf()->sputn(s, n) == n;
+    } else {
+        // Narrow text on a wide stream, widened a chunk at a time.
+        constexpr streamsize chunk_size = 64;
+        C chunk[chunk_size];
+        for (streamsize done = 0; done < n; done += chunk_size) {
+            const streamsize count = std::min(n - done, chunk_size);
+            for (streamsize i = 0; i < count; ++i)
+                chunk[i] = static_cast<C>(static_cast<unsigned char>(s[done + i]));
+            if (this->rdbuf()->sputn(chunk, count) != count)
+                return false;
+        }
+        return true;
     }
 }
 
@@ -294,7 +376,7 @@ basic_ostream<C>& basic_ostream<C>::put(C c)
 {
     const sentry ok(*this);
     if (ok) {
-        guarded_([&] {
+        this->guarded_([&] {
             if (this->rdbuf()->sputc(c) == traits_type::eof())
                 this->setstate(ios_base::badbit);
         });
@@ -307,7 +389,7 @@ basic_ostream<C>& basic_ostream<C>::write(const C* s, streamsize n)
 {
     const sentry ok(*this);
     if (ok) {
-        guarded_([&] {
+        this->guarded_([&] {
             if (!write_chars_(s, n))
                 this->setstate(ios_base::badbit);
         });
@@ -322,7 +404,7 @@ basic_ostream<C>& basic_ostream<C>::flush()
         return *this;
     const sentry ok(*this);
     if (ok) {
-        guarded_([&] {
+        this->guarded_([&] {
             if (this->rdbuf()->pubsync() == -1)
                 this->setstate(ios_base::badbit);
         });
@@ -331,5 +413,6 @@ basic_ostream<C>& basic_ostream<C>::flush()
 }
 
 template class basic_ostream<char>;
+template class basic_ostream<wchar_t>;
 
 } // namespace uvt

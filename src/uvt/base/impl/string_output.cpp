@@ -106,6 +106,11 @@ basic_ostream<char>& operator<<(basic_ostream<char>& os,
     return os << basic_string<wchar_t>(sum, impl::StringAddAllocator::get_allocator());
 }
 
+basic_ostream<wchar_t>& operator<<(basic_ostream<wchar_t>& os, const basic_string<wchar_t>& s)
+{
+    return os.insert_field_(s.data(), static_cast<streamsize>(s.size()));
+}
+
 basic_ostream<char>& operator<<(basic_ostream<char>& os, const basic_cstring_ptr<char>& p)
 {
     return os << p.c_str();
