@@ -331,5 +331,6 @@ basic_ostream<C>& basic_ostream<C>::flush()
 }
 
 template class basic_ostream<char>;
+template class basic_ostream<wchar_t>;
 
 } // namespace uvt
