@@ -1,0 +1,102 @@
+// File streams: writing 100 MB of text lines (20 to 139 characters, one
+// write call each) through uvt::ofstream, through std::ofstream and through
+// write(2) from a 64 KiB buffer filled by hand, the floor any buffered
+// stream pays. The file lives under /tmp (in the page cache) and is removed
+// at exit.
+
+#include "support/ratio.h"
+
+#include <uvt/fstream>
+
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t total_bytes = 100u << 20;
+
+struct text_file {
+    text_file() : path("/tmp/uvt_fstream_bench_" + std::to_string(::getpid()) + ".txt")
+    {
+        std::string line;
+        for (std::size_t size = 0; size < total_bytes; size += line.size()) {
+            line.assign(20 + lines.size() * 7 % 120, static_cast<char>('a' + lines.size() % 26));
+            line.back() = '\n';
+            lines.push_back(line);
+        }
+    }
+    ~text_file() { ::unlink(path.c_str()); }
+
+    std::string path;
+    std::vector<std::string> lines;
+};
+
+const text_file& text()
+{
+    static const text_file file;
+    return file;
+}
+
+template <class Body>
+void run(benchmark::State& state, Body body)
+{
+    const text_file& t = text();
+    for (auto _ : state)
+        body(t);
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * total_bytes));
+}
+
+void write_uvt(benchmark::State& state)
+{
+    run(state, [](const text_file& t) {
+        uvt::ofstream os(t.path.c_str(), uvt::ios_base::out, uvt::ios_base::badbit,
+                         uvt::allocator::global_allocator());
+        for (const std::string& line : t.lines)
+            os.write(line.data(), static_cast<uvt::streamsize>(line.size()));
+    });
+}
+
+void write_std(benchmark::State& state)
+{
+    run(state, [](const text_file& t) {
+        std::ofstream os(t.path, std::ios::out | std::ios::binary);
+        for (const std::string& line : t.lines)
+            os.write(line.data(), static_cast<std::streamsize>(line.size()));
+    });
+}
+
+void write_syscall(benchmark::State& state)
+{
+    run(state, [](const text_file& t) {
+        const int fd = ::open(t.path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+        static char buffer[64 * 1024];
+        std::size_t used = 0;
+        auto flush = [&] {
+            benchmark::DoNotOptimize(::write(fd, buffer, used));
+            used = 0;
+        };
+        for (const std::string& line : t.lines) {
+            if (used + line.size() > sizeof buffer)
+                flush();
+            std::memcpy(buffer + used, line.data(), line.size());
+            used += line.size();
+        }
+        flush();
+        ::close(fd);
+    });
+}
+
+BENCHMARK(write_uvt)->Name("write_100MB/uvt")->Unit(benchmark::kMillisecond);
+BENCHMARK(write_std)->Name("write_100MB/std_ofstream")->Unit(benchmark::kMillisecond);
+BENCHMARK(write_syscall)->Name("write_100MB/write2")->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+UVT_BENCHMARK_MAIN();
