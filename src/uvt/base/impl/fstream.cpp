@@ -3,15 +3,17 @@
 
 namespace uvt {
 
-template <class C>
-basic_ofstream<C>::basic_ofstream(allocator& a) : buf_(a)
+namespace impl {
+
+template <class C, template <class> class Stream, ios_base::openmode Implied, ios_base::openmode Default>
+file_stream<C, Stream, Implied, Default>::file_stream(allocator& a) : buf_(a)
 {
     this->init(&buf_);
 }
 
-template <class C>
-basic_ofstream<C>::basic_ofstream(const char* name, ios_base::openmode mode, ios_base::iostate exceptions,
-                                  allocator& a)
+template <class C, template <class> class Stream, ios_base::openmode Implied, ios_base::openmode Default>
+file_stream<C, Stream, Implied, Default>::file_stream(const char* name, ios_base::openmode mode,
+                                                   ios_base::iostate exceptions, allocator& a)
     : buf_(a)
 {
     this->init(&buf_);
@@ -19,20 +21,20 @@ basic_ofstream<C>::basic_ofstream(const char* name, ios_base::openmode mode, ios
     open(name, mode);
 }
 
-template <class C>
-basic_ofstream<C>::~basic_ofstream() = default;
+template <class C, template <class> class Stream, ios_base::openmode Implied, ios_base::openmode Default>
+file_stream<C, Stream, Implied, Default>::~file_stream() = default;
 
-template <class C>
-void basic_ofstream<C>::open(const char* name, ios_base::openmode mode)
+template <class C, template <class> class Stream, ios_base::openmode Implied, ios_base::openmode Default>
+void file_stream<C, Stream, Implied, Default>::open(const char* name, ios_base::openmode mode)
 {
-    if (buf_.open(name, mode | ios_base::out))
+    if (buf_.open(name, mode | Implied))
         this->clear();
     else
         this->setstate(ios_base::failbit);
 }
 
-template <class C>
-void basic_ofstream<C>::open(int fd)
+template <class C, template <class> class Stream, ios_base::openmode Implied, ios_base::openmode Default>
+void file_stream<C, Stream, Implied, Default>::open(int fd)
 {
     if (buf_.open(fd))
         this->clear();
@@ -40,14 +42,25 @@ void basic_ofstream<C>::open(int fd)
         this->setstate(ios_base::failbit);
 }
 
-template <class C>
-void basic_ofstream<C>::close()
+template <class C, template <class> class Stream, ios_base::openmode Implied, ios_base::openmode Default>
+void file_stream<C, Stream, Implied, Default>::close()
 {
     if (!buf_.close())
         this->setstate(ios_base::failbit);
 }
 
-template class basic_ofstream<char>;
-template class basic_ofstream<wchar_t>;
+template class file_stream<char, basic_ostream, ios_base::out, ios_base::out>;
+template class file_stream<wchar_t, basic_ostream, ios_base::out, ios_base::out>;
+template class file_stream<char, basic_istream, ios_base::in, ios_base::in>;
+template class file_stream<wchar_t, basic_istream, ios_base::in, ios_base::in>;
+template class file_stream<char, basic_iostream, 0, ios_base::in | ios_base::out>;
+template class file_stream<wchar_t, basic_iostream, 0, ios_base::in | ios_base::out>;
+
+} // namespace impl
+
+bool readFromBinFile(basic_ifstream<char>& in, void* buffer, streamsize size)
+{
+    return !in.read(static_cast<char*>(buffer), size).fail();
+}
 
 } // namespace uvt

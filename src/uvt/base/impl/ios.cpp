@@ -1,5 +1,7 @@
 // ios_base (format state, user storage, callbacks), ios_base::failure with
 // its failure trace, basic_ios and the numeric conventions.
+#include "stream_guard.h"
+
 #include <uvt/fstream>
 #include <uvt/import>
 #include <uvt/impl/checksum/crc32>
@@ -123,9 +125,8 @@ void write_failure_trace(const ios_base::failure& f) noexcept
         if (write_stack_once(os) && !os.fail())
             os << "IOS exception:\n" << f << '\n';
         os.close();
-    } catch (const exception& e) {
-        e.mark_processed();
     } catch (...) {
+        impl::absorb_current_exception();
     }
 }
 
