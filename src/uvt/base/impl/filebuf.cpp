@@ -7,11 +7,15 @@
 // holds characters not yet written). Every change of direction or position
 // restores the plain state first: unread input is given back by seeking,
 // pending output is written.
+//
+// Input is read with read(2), never through a mapping of the file: on files
+// in the page cache a mapping saved only 10 to 15% of a bare scan for line
+// ends, too little to accept that a file shortened by another process while
+// mapped kills the reading process with SIGBUS.
 #include <uvt/fstream>
 #include <uvt/impl/memory>
 
 #include <algorithm>
-#include <climits>
 #include <cstring>
 
 namespace uvt {
@@ -267,6 +271,8 @@ typename basic_filebuf<C>::int_type basic_filebuf<C>::underflow()
 template <class C>
 typename basic_filebuf<C>::int_type basic_filebuf<C>::pbackfail(int_type c)
 {
+    if (!can_read_())
+        return traits_type::eof();
     if (this->gptr() == this->eback()) {
         const streampos here = seekoff(0, ios_base::cur, ios_base::in);
         if (here <= 0 || seekpos(here - 1, ios_base::in) < 0 || underflow() == traits_type::eof())

@@ -50,8 +50,10 @@ bool copy_table(const T* src, std::uint64_t n, T*& copy) noexcept
 // first frames pick one of a fixed set of slots, and a slot once used stays
 // used (stacks that share a slot are deliberately suppressed as well).
 
+// A retrieval directory is used when its length plus 24 (room for
+// "/trace/ios_failure.txt" and the terminating zero) stays within 511.
 constexpr std::size_t trace_path_capacity = 512;
-constexpr std::size_t trace_path_extra = 24;  // "/trace/ios_failure.txt" and the zero, with room
+constexpr std::size_t trace_path_extra = 24;
 constexpr int trace_max_frames = 256;
 constexpr int trace_hashed_frames = 10;
 constexpr std::uint32_t trace_slot_count = 1543;
@@ -90,7 +92,7 @@ bool trace_file_path(char (&path)[trace_path_capacity]) noexcept
 
 // Writes the symbolised stack unless a stack with the same slot was
 // written before; false when nothing more is to be written.
-bool write_stack_once(basic_ofstream<char>& os) noexcept
+bool write_stack_once(basic_ofstream<char>& os)
 {
     // One frame more than the limit tells a deeper stack from one that
     // just fits.
@@ -101,9 +103,10 @@ bool write_stack_once(basic_ofstream<char>& os) noexcept
             os << "Stack generation failure\n";
         return true;
     }
-    const auto* addresses = reinterpret_cast<const std::uint64_t*>(frames);
-    const std::uint32_t crc =
-        crc32_u64(0xFFFFFFFFu, addresses, addresses + std::min(count, trace_hashed_frames));
+    std::uint64_t addresses[trace_hashed_frames];
+    const int hashed = std::min(count, trace_hashed_frames);
+    std::memcpy(addresses, frames, hashed * sizeof(void*));
+    const std::uint32_t crc = crc32_u64(0xFFFFFFFFu, addresses, addresses + hashed);
     bool& used = trace_slot_used[crc % trace_slot_count];
     if (used)
         return false;
