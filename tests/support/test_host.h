@@ -45,12 +45,15 @@ public:
     uvt_extern::ForgottenCallback* get_forgotten_callback() override { return &callbacks; }
     uvt_extern::CaughtCallback* get_caught_callback() override { return &callbacks; }
     uvt_extern::StackTraceCallback* get_stacktrace_callback() override { return &callbacks; }
-    bool create_trace_file() override { return false; }
+    // The library asks once: a test program that wants failure traces sets
+    // trace_files before its first stream failure.
+    bool create_trace_file() override { return trace_files; }
     const void* aux_vector() override { return &callbacks; }
 
     counting_allocator global{"host-global"};
     counting_allocator exceptions{"host-exceptions"};
     test_callbacks callbacks;
+    bool trace_files = false;
 };
 
 } // namespace uvt_test

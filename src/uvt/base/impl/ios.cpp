@@ -1,14 +1,22 @@
-// ios_base (format state, user storage, callbacks), ios_base::failure,
-// basic_ios and the numeric conventions.
-#include <uvt/ios>
+// ios_base (format state, user storage, callbacks), ios_base::failure with
+// its failure trace, basic_ios and the numeric conventions.
+#include "stream_guard.h"
+
+#include <uvt/fstream>
+#include <uvt/import>
+#include <uvt/impl/checksum/crc32>
 #include <uvt/impl/memory>
+#include <uvt/ios>
 #include <uvt/stdexcept>
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <typeinfo>
 #include <utility>
+
+#include <execinfo.h>
 
 namespace uvt {
 
@@ -30,6 +38,99 @@ bool copy_table(const T* src, std::uint64_t n, T*& copy) noexcept
     if (copy)
         std::memcpy(copy, src, n * sizeof(T));
     return copy != nullptr;
+}
+
+// ------------------------------------------------------- failure trace
+//
+// A stream failure may leave a trace for later retrieval: the native stack
+// and the exception, appended to $KRD_RETRIEVAL_PATH/trace/ios_failure.txt.
+// The trace is best effort and never changes the failure being thrown. One
+// thread writes at a time; a thread that finds the writer busy writes
+// nothing rather than wait. Each stack is written once per process: its
+// first frames pick one of a fixed set of slots, and a slot once used stays
+// used (stacks that share a slot are deliberately suppressed as well).
+
+// A retrieval directory is used when its length plus 24 (room for
+// "/trace/ios_failure.txt" and the terminating zero) stays within 511.
+constexpr std::size_t trace_path_capacity = 512;
+constexpr std::size_t trace_path_extra = 24;
+constexpr int trace_max_frames = 256;
+constexpr int trace_hashed_frames = 10;
+constexpr std::uint32_t trace_slot_count = 1543;
+
+std::atomic<int> trace_writers{0};
+// Written only by the thread that holds trace_writers.
+bool trace_slot_used[trace_slot_count];
+
+// Holds the process-wide writer count for one attempt to write a trace.
+class trace_writer_guard {
+public:
+    trace_writer_guard() noexcept : only_writer_(trace_writers.fetch_add(1, std::memory_order_acquire) == 0) {}
+    ~trace_writer_guard() { trace_writers.fetch_sub(1, std::memory_order_release); }
+    trace_writer_guard(const trace_writer_guard&) = delete;
+    trace_writer_guard& operator=(const trace_writer_guard&) = delete;
+    explicit operator bool() const noexcept { return only_writer_; }
+
+private:
+    bool only_writer_;
+};
+
+// The trace file's path in `path`, or false when the retrieval directory
+// is not set or too long.
+bool trace_file_path(char (&path)[trace_path_capacity]) noexcept
+{
+    const char* directory = std::getenv("KRD_RETRIEVAL_PATH");
+    if (!directory)
+        return false;
+    const std::size_t length = std::strlen(directory);
+    if (length + trace_path_extra > trace_path_capacity - 1)
+        return false;
+    std::memcpy(path, directory, length);
+    std::memcpy(path + length, "/trace/ios_failure.txt", sizeof "/trace/ios_failure.txt");
+    return true;
+}
+
+// Writes the symbolised stack unless a stack with the same slot was
+// written before; false when nothing more is to be written.
+bool write_stack_once(basic_ofstream<char>& os)
+{
+    // One frame more than the limit tells a deeper stack from one that
+    // just fits.
+    void* frames[trace_max_frames + 1];
+    const int count = ::backtrace(frames, trace_max_frames + 1);
+    if (count > trace_max_frames) {
+        if (os.good())
+            os << "Stack generation failure\n";
+        return true;
+    }
+    std::uint64_t addresses[trace_hashed_frames];
+    const int hashed = std::min(count, trace_hashed_frames);
+    std::memcpy(addresses, frames, hashed * sizeof(void*));
+    const std::uint32_t crc = crc32_u64(0xFFFFFFFFu, addresses, addresses + hashed);
+    bool& used = trace_slot_used[crc % trace_slot_count];
+    if (used)
+        return false;
+    ::backtrace_symbols_fd(frames, count, os.rdbuf()->fd());
+    used = true;
+    return true;
+}
+
+void write_failure_trace(const ios_base::failure& f) noexcept
+{
+    if (!uvt_extern::import::create_trace_file())
+        return;
+    const trace_writer_guard writer;
+    char path[trace_path_capacity];
+    if (!writer || !trace_file_path(path))
+        return;
+    try {
+        basic_ofstream<char> os(path, ios_base::app, ios_base::goodbit, ios_base::ios_allocator());
+        if (write_stack_once(os) && !os.fail())
+            os << "IOS exception:\n" << f << '\n';
+        os.close();
+    } catch (...) {
+        impl::absorb_current_exception();
+    }
 }
 
 } // namespace
@@ -67,9 +168,7 @@ void ios_base::failure::store_type(basic_ostream<char>& os) const
 void ios_base::throwIOSFailure(const char* file, int line, const char* message)
 {
     const failure f(file, line, message);
-    // The failure trace (native stack and the exception, appended to a
-    // retrieval file) is written at this point, between building the
-    // failure and throwing it, once file streams are available.
+    write_failure_trace(f);
     tThrow(f);
 }
 
