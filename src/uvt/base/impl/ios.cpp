@@ -1,5 +1,7 @@
 // ios_base (format state, user storage, callbacks), ios_base::failure,
 // basic_ios and the numeric conventions.
+#include "exception_class.h"
+
 #include <uvt/ios>
 #include <uvt/impl/memory>
 #include <uvt/stdexcept>
@@ -60,9 +62,15 @@ void ios_base::failure::do_throw() const
 
 void ios_base::failure::store_type(basic_ostream<char>& os) const
 {
-    write_int(os, 0xFACE0000u + type_number);
-    write_int(os, 0xFACADE01u);
+    impl::write_type_header(os, type_number);
 }
+
+auto_ptr<exception> ios_base::failure::creator(basic_istream<char>& is, allocator& a)
+{
+    return impl::plain_creator<failure>(is, a);
+}
+
+UVT_DEFINE_EXCEPTION_REGISTRATION(ios_base::failure)
 
 void ios_base::throwIOSFailure(const char* file, int line, const char* message)
 {
