@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
 #include <utility>
 
 namespace uvt {
@@ -38,11 +39,21 @@ void write_text(basic_ostream<char>& os, const char* text, std::size_t length)
     os.write(text, static_cast<streamsize>(length));
 }
 
-// A null file is written as the empty text.
-void write_file(basic_ostream<char>& os, const char* file)
+// The words of a record (at most 4) and its file as a text (a null file as
+// the empty text), the words and the length in one write of the stream.
+void write_record(basic_ostream<char>& os, std::initializer_list<std::uint32_t> words, const char* file)
 {
     const faultprot_cstring f(file);
-    exception::write_int(os, static_cast<std::uint32_t>(f.len()));
+    char bytes[20];
+    char* b = bytes;
+    auto put = [&b](std::uint32_t w) {
+        for (int shift = 24; shift >= 0; shift -= 8)
+            *b++ = static_cast<char>(w >> shift);
+    };
+    for (const std::uint32_t w : words)
+        put(w);
+    put(static_cast<std::uint32_t>(f.len()));
+    os.write(bytes, b - bytes);
     f.print(os);
 }
 
@@ -72,11 +83,10 @@ private:
 
 void deflate_message(basic_ostream<char>& os, const exception_node& n, text_sink& sink)
 {
-    exception::write_int(os, message_mark);
-    exception::write_int(os, static_cast<std::uint32_t>(n.error_no));
-    exception::write_int(os, static_cast<std::uint32_t>(n.status));
-    exception::write_int(os, static_cast<std::uint32_t>(n.line));
-    write_file(os, n.file);
+    write_record(os,
+                 {message_mark, static_cast<std::uint32_t>(n.error_no), static_cast<std::uint32_t>(n.status),
+                  static_cast<std::uint32_t>(n.line)},
+                 n.file);
     msg_write_stream out(sink.stream());
     n.expand(out);
     sink.write_collected(os);
@@ -137,6 +147,17 @@ void read_exactly(basic_istream<char>& is, char* to, std::size_t n, std::size_t 
     if (got != n)
         throw_bad_data(stream_ended_line, "Exception deserialization. Stream ended early: $CURRENT$ of $EXPECT$ bytes",
                        static_cast<std::uint32_t>(before + got), static_cast<std::uint32_t>(total));
+}
+
+// Reads n words (write_int's byte order) with one read of the stream.
+void read_words(basic_istream<char>& is, std::uint32_t* words, std::size_t n)
+{
+    unsigned char bytes[16];
+    read_exactly(is, reinterpret_cast<char*>(bytes), 4 * n, 0, 4 * n);
+    for (std::size_t i = 0; i < n; ++i) {
+        const unsigned char* b = bytes + 4 * i;
+        words[i] = std::uint32_t(b[0]) << 24 | std::uint32_t(b[1]) << 16 | std::uint32_t(b[2]) << 8 | b[3];
+    }
 }
 
 // A block of an allocator, returned to it unless released.
@@ -252,14 +273,12 @@ private:
         std::uint32_t file_length;
     };
 
+    // The four words in one read: error number, status, line, file length.
     node_header read_node_header()
     {
-        node_header h;
-        h.error_no = static_cast<int>(word());
-        h.status = static_cast<int>(word());
-        h.line = static_cast<int>(word());
-        h.file_length = word();
-        return h;
+        std::uint32_t w[4];
+        read_words(is_, w, 4);
+        return {static_cast<int>(w[0]), static_cast<int>(w[1]), static_cast<int>(w[2]), w[3]};
     }
 
     char* read_file(std::uint32_t length)
@@ -352,10 +371,8 @@ void exception::deflate(basic_ostream<char>& os, bool no_stack) const
 {
     const exception_data* d = payload_();
     if (!d) {
-        write_int(os, no_payload_mark);
-        write_int(os, static_cast<std::uint32_t>(error_no_));
-        write_int(os, static_cast<std::uint32_t>(line_));
-        write_file(os, file_);
+        write_record(os, {no_payload_mark, static_cast<std::uint32_t>(error_no_), static_cast<std::uint32_t>(line_)},
+                     file_);
         return;
     }
     // The texts live only while they are written; the payload's own
@@ -376,9 +393,9 @@ void exception::deflate(basic_ostream<char>& os, bool no_stack) const
 
 std::uint32_t exception::read_int(basic_istream<char>& is)
 {
-    unsigned char bytes[4];
-    read_exactly(is, reinterpret_cast<char*>(bytes), 4, 0, 4);
-    return std::uint32_t(bytes[0]) << 24 | std::uint32_t(bytes[1]) << 16 | std::uint32_t(bytes[2]) << 8 | bytes[3];
+    std::uint32_t w;
+    read_words(is, &w, 1);
+    return w;
 }
 
 auto_ptr<exception> exception::deserialize(basic_istream<char>& is, allocator& a)
