@@ -2,7 +2,6 @@
 
 #include <uvt/exception>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 
@@ -33,18 +32,6 @@ unsigned long counting_allocator::live_bytes() const
     return bytes_;
 }
 
-unsigned long counting_allocator::peak_bytes() const
-{
-    std::lock_guard lock(mutex_);
-    return peak_;
-}
-
-void counting_allocator::reset_peak()
-{
-    std::lock_guard lock(mutex_);
-    peak_ = bytes_;
-}
-
 unsigned long counting_allocator::attempts() const
 {
     std::lock_guard lock(mutex_);
@@ -62,7 +49,6 @@ uvt::CA_statistics counting_allocator::getStatistics() const
     std::lock_guard lock(mutex_);
     uvt::CA_statistics s;
     s.current_bytes = bytes_;
-    s.peak_bytes = peak_;
     s.alloc_count = attempts_ - failures_;
     return s;
 }
@@ -104,7 +90,6 @@ void* counting_allocator::record(void* p, unsigned long size)
     if (p) {
         blocks_.emplace(p, size);
         bytes_ += size;
-        peak_ = std::max(peak_, bytes_);
     }
     return p;
 }

@@ -25,9 +25,6 @@ public:
 
     unsigned long live_blocks() const;
     unsigned long live_bytes() const;
-    // The highest live_bytes() since construction or reset_peak().
-    unsigned long peak_bytes() const;
-    void reset_peak();
     unsigned long attempts() const;  // allocation attempts so far, failed ones included
     unsigned long failures() const;
     // Size and alignment (0 for unaligned requests) of the last request.
@@ -51,7 +48,6 @@ private:
     mutable std::mutex mutex_;
     std::unordered_map<void*, unsigned long> blocks_;
     unsigned long bytes_ = 0;
-    unsigned long peak_ = 0;
     unsigned long attempts_ = 0;
     unsigned long failures_ = 0;
     unsigned long last_size_ = 0;
