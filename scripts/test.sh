@@ -25,8 +25,9 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:ha
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
     run_suite tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DUVT_SANITIZE=thread
 
-# Each fuzzer keeps its corpus in build/fuzz/corpus/<name> between runs; a
-# finding stops the script and leaves the input in build/fuzz/crash-*.
+# Each fuzzer keeps its corpus in build/fuzz/corpus/<name> between runs and
+# also reads the seeds the build wrote for it (build/fuzz/fuzz/seeds/<name>);
+# a finding stops the script and leaves the input in build/fuzz/crash-*.
 run_fuzzers() {
     local build="$root/build/fuzz" seconds=${UVT_FUZZ_SECONDS:-30}
     echo "=== fuzz build"
@@ -34,12 +35,16 @@ run_fuzzers() {
         -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DUVT_BUILD_FUZZERS=ON \
         -DUVT_BUILD_TESTS=OFF -DUVT_BUILD_EXAMPLES=OFF -DUVT_BUILD_BENCHMARKS=OFF >/dev/null
     cmake --build "$build" -j"$jobs"
-    local fuzzer name
+    local fuzzer name corpus
     for fuzzer in "$build"/fuzz/*_fuzz; do
         name=$(basename "$fuzzer")
         echo "=== fuzz $name (${seconds}s)"
         mkdir -p "$build/corpus/$name"
-        if ! "$fuzzer" -max_total_time="$seconds" -artifact_prefix="$build/" "$build/corpus/$name" \
+        corpus=("$build/corpus/$name")
+        if [[ -d "$build/fuzz/seeds/$name" ]]; then
+            corpus+=("$build/fuzz/seeds/$name")
+        fi
+        if ! "$fuzzer" -max_total_time="$seconds" -rss_limit_mb=512 -artifact_prefix="$build/" "${corpus[@]}" \
                 >"$build/$name.log" 2>&1; then
             tail -n 40 "$build/$name.log"
             echo "fuzzer $name found a failure"

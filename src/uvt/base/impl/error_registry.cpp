@@ -1,11 +1,14 @@
-// The process-wide registry of error definitions and the exported accessors
-// of the library's own errors.
+// The process-wide registries: error definitions with the exported
+// accessors of the library's own errors, and the creators of exception
+// classes by type number.
 //
-// The registry is a singly linked list of static records, newest first. The
-// head is only ever swapped atomically (readers may run while another
+// The error registry is a singly linked list of static records, newest first.
+// The head is only ever swapped atomically (readers may run while another
 // accessor registers its record), and a record's `next_` is written before the
 // record becomes reachable, so a reader never sees a half-linked record.
+#include <uvt/exception>
 #include <uvt/impl/error_code>
+#include <uvt/import>
 
 #include <atomic>
 
@@ -39,6 +42,29 @@ const char* error_code::error_no_to_text(int n) noexcept
 }
 
 void* error_registry::s_instance = nullptr;
+
+// --- exception types ---
+
+namespace {
+
+// One creator per 16-bit type number; zero-initialised before any static
+// initialiser runs, so classes may register from theirs in any order.
+constinit exception_creator exception_types[1u << 16] = {};
+
+} // namespace
+
+void register_exception_type(unsigned short id, exception_creator c)
+{
+    exception_creator seen = nullptr;
+    if (std::atomic_ref(exception_types[id]).compare_exchange_strong(seen, c, std::memory_order_acq_rel) || seen == c)
+        return;
+    uvt_extern::import::abort(__FILE__, 42, "Exception type is already registered", id);
+}
+
+exception_creator exception_by_type(unsigned short id) noexcept
+{
+    return std::atomic_ref(exception_types[id]).load(std::memory_order_acquire);
+}
 
 } // namespace uvt
 

@@ -1,7 +1,10 @@
 // uvt::exception: construction, sharing of the payload, adding messages,
 // arguments and appended exceptions, the readers, and the registration of
 // exceptions in flight on the current thread. The fixed positions reported
-// from here (aborts, the not-registered report) name this unit.
+// from here (aborts, the not-registered report) and by the serialised form
+// name this unit.
+
+#include "exception_class.h"
 
 #include <uvt/exception>
 #include <uvt/impl/message_list>
@@ -13,6 +16,8 @@
 #include <cstring>
 
 namespace uvt {
+
+const char* const impl::exception_unit_file = __FILE__;
 
 namespace {
 // The lines reported with this unit's file name for its fixed failures.
@@ -279,26 +284,13 @@ int exception::stack_trace(void*** frames) const noexcept
     return captured ? d->frame_count : 0;
 }
 
-// --- throwing and serialising ---
+// --- throwing ---
 
 void exception::do_throw() const { throw *this; }
 
-void exception::write_int(basic_ostream<char>& os, std::uint32_t v)
-{
-    const char bytes[4] = {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
-                           static_cast<char>(v)};
-    os.write(bytes, 4);
-}
-
-void exception::store_type(basic_ostream<char>& os) const
-{
-    write_int(os, 0xFACE0000u);
-    write_int(os, 0xFACADE01u);
-}
-
 void impl::throw_check_base::throw_returned()
 {
-    uvt_extern::import::abort(__FILE__, returning_throw_line, "Throwing an exception returned, aborting");
+    uvt_extern::import::abort(impl::exception_unit_file, returning_throw_line, "Throwing an exception returned, aborting");
 }
 
 // --- registration on the current thread ---
@@ -338,7 +330,7 @@ bool exception::register_on_thread_() const
     uvt_extern::UnhandledCallback* cb = uvt_extern::import::get_unhandled_callback();
     const exception* head = list_head(cb);
     if (head == this)
-        uvt_extern::import::abort(__FILE__, infinite_recursion_line, "Infinite recursion on exc");
+        uvt_extern::import::abort(impl::exception_unit_file, infinite_recursion_line, "Infinite recursion on exc");
     registration_ = head ? reinterpret_cast<std::uintptr_t>(head) : registered_last;
     cb->register_exception(*this);
     return true;
@@ -388,7 +380,7 @@ uvt_extern::UnhandledCallback* exception::report_not_registered_() const
     {
         // The host learns of the problem through the registration of this
         // report; it is not reported a second time as forgotten.
-        logic_error report(__FILE__, not_registered_line, uvt__ERR_UVT_NOT_REGISTERED());
+        logic_error report(impl::exception_unit_file, not_registered_line, uvt__ERR_UVT_NOT_REGISTERED());
         report.register_on_thread();
         report.mark_processed();
     }

@@ -10,16 +10,42 @@
 
 namespace uvt::impl {
 
+// The file name reported by the exception unit (aborts, bad serialised
+// data); it is the exception unit's own, whichever unit reports.
+extern const char* const exception_unit_file;
+
+// The words that open a serialised exception: the type tag (0xFACE0000 +
+// type number) and the class marker that ends a plain type header.
+constexpr std::uint32_t type_tag_base = 0xFACE0000u;
+constexpr std::uint32_t class_marker = 0xFACADE01u;
+
 // The type tag of the serialised form: 0xFACE0000 + type number.
 inline void write_type_tag(basic_ostream<char>& os, unsigned short type_number)
 {
-    uvt::exception::write_int(os, 0xFACE0000u + type_number);
+    uvt::exception::write_int(os, type_tag_base + type_number);
 }
 // The plain type header: the type tag and the class marker 0xFACADE01.
 inline void write_type_header(basic_ostream<char>& os, unsigned short type_number)
 {
     write_type_tag(os, type_number);
-    uvt::exception::write_int(os, 0xFACADE01u);
+    uvt::exception::write_int(os, class_marker);
+}
+
+// The throw location block of payload `d` (null: the payload is missing),
+// as exception::print_stack writes it.
+void write_throw_location(basic_ostream<char>& os, const exception_data* d);
+
+// Reads the class marker that ends a plain type header; another word is a
+// bad pattern (runtime_error, see exception::deserialize).
+void read_class_marker(basic_istream<char>& is);
+
+// The creator of a class with a plain type header: the marker, then an
+// empty E from `a`.
+template <class E>
+auto_ptr<uvt::exception> plain_creator(basic_istream<char>& is, allocator& a)
+{
+    read_class_marker(is);
+    return make_auto_ptr<E>(a);
 }
 
 // Runs `define` (which streams message arguments into an exception). The
@@ -43,10 +69,27 @@ void define_or_crash(const exception& e, const char* what, Define define) noexce
     CLS::~CLS() = default;              \
     void CLS::do_throw() const { throw *this; }
 
-// All three members of UVT_EXCEPTION_CLASS with the plain type header.
-#define UVT_DEFINE_EXCEPTION_CLASS(CLS) \
-    UVT_DEFINE_EXCEPTION_THROW(CLS)     \
-    void CLS::store_type(basic_ostream<char>& os) const { impl::write_type_header(os, type_number); }
+// The registration of UVT_EXCEPTION_TYPE_REGISTRATION: CLS::creator is
+// entered under CLS::type_number while the library is loaded.
+#define UVT_DEFINE_EXCEPTION_REGISTRATION(CLS)               \
+    CLS::type_registrator::type_registrator() noexcept       \
+    {                                                        \
+        if (!registered)                                     \
+            register_exception_type(type_number, &creator);  \
+        registered = true;                                   \
+    }                                                        \
+    bool CLS::registered = false;                            \
+    CLS::type_registrator CLS::registrator_;
+
+// All members of UVT_EXCEPTION_CLASS with the plain type header.
+#define UVT_DEFINE_EXCEPTION_CLASS(CLS)                                                               \
+    UVT_DEFINE_EXCEPTION_THROW(CLS)                                                                   \
+    void CLS::store_type(basic_ostream<char>& os) const { impl::write_type_header(os, type_number); } \
+    auto_ptr<uvt::exception> CLS::creator(basic_istream<char>& is, allocator& a)                      \
+    {                                                                                                 \
+        return impl::plain_creator<CLS>(is, a);                                                       \
+    }                                                                                                 \
+    UVT_DEFINE_EXCEPTION_REGISTRATION(CLS)
 
 // The forms of UVT_GENERAL_EXCEPTION_CONSTRUCTORS; BASE is the direct base
 // (it has the (file, line, int, text, caller) and (file, line, ec, caller)

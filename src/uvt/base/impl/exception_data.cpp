@@ -16,9 +16,6 @@ namespace {
 // The link of a payload that is being appended (lock_chain done,
 // update_pred not yet).
 constexpr std::uintptr_t chain_lock = 1;
-// The payload header, the first node's header and the worst alignment gap.
-constexpr std::size_t header_space = sizeof(exception_data) + 15;
-static_assert(header_space == 127);
 
 [[noreturn]] void corrupted(int line, const char* text) { uvt_extern::import::abort(__FILE__, line, text); }
 
@@ -28,19 +25,30 @@ exception_data* exception_data::create(allocator& a, const char* file, int line,
                                        const char* text) noexcept
 {
     const std::size_t length = text ? std::strlen(text) : 0;
-    void* block = a.allocateNoThrow(header_space + message_node::text_space(length));
+    void* block = a.allocateNoThrow(exception_data::header_space + message_node::text_space(length));
     if (!block)
         return nullptr;
-    const std::uintptr_t offset = (16 - reinterpret_cast<std::uintptr_t>(block) % 16) % 16;
+    exception_data* d = place(block, a, error_no, local_stack);
+    exception_node::construct(&d->first, file, line, error_no, text);
+    return d;
+}
+
+std::size_t exception_data::offset_in(const void* block) noexcept
+{
+    return (16 - reinterpret_cast<std::uintptr_t>(block) % 16) % 16;
+}
+
+exception_data* exception_data::place(void* block, allocator& a, int error_no, std::uint32_t stack_kind) noexcept
+{
+    const std::size_t offset = offset_in(block);
     auto* d = reinterpret_cast<exception_data*>(static_cast<char*>(block) + offset);
     d->next = nullptr;
     d->alloc = &a;
     new (&d->link_count) impl::atomic_pair(0, 1);
     d->error_no = error_no;
     d->frame_count = 0;
-    d->flags = static_cast<std::uint32_t>(offset << offset_shift) | local_stack;
+    d->flags = static_cast<std::uint32_t>(offset << offset_shift) | stack_kind;
     d->stack = nullptr;
-    exception_node::construct(&d->first, file, line, error_no, text);
     return d;
 }
 
@@ -140,6 +148,12 @@ bool exception_data::unlink_pred(exception_data* pred) noexcept
             corrupted(__LINE__, "Corrupted exception chain");
     } while (!link_count.compare_exchange(seen, {0, seen.second - 1}));
     return seen.second == 1;
+}
+
+void exception_data::follow(exception_data* pred) noexcept
+{
+    link_count.store({reinterpret_cast<std::uintptr_t>(pred), 1});
+    pred->next = this;
 }
 
 // --- chain ---

@@ -1,6 +1,8 @@
 // Printing of exceptions: the long and short layouts, status notes, the
 // throw location block and the fixed text of an exception without payload.
 
+#include "exception_class.h"
+
 #include <uvt/exception>
 #include <uvt/impl/message_list>
 #include <uvt/import>
@@ -113,7 +115,9 @@ const char* missing_stack_reason(int status)
     }
 }
 
-void write_throw_location(basic_ostream<char>& os, const exception_data* d)
+} // namespace
+
+void impl::write_throw_location(basic_ostream<char>& os, const exception_data* d)
 {
     static const char none[] = "NO exception throw location recorded. ";
     if (!d) {
@@ -132,6 +136,8 @@ void write_throw_location(basic_ostream<char>& os, const exception_data* d)
         os << none << "Bad alloc.code: " << d->first.status << '\n';
     }
 }
+
+namespace {
 
 // --- the fixed text of an exception without payload ---
 
@@ -213,7 +219,7 @@ void exception::print_(basic_ostream<char>& os, layout_ form, bool no_stack, boo
         for (const exception_node* n = &d->first; n; n = n->next)
             write_node(os, k, *n);
         if (!no_stack && !(first_stack_only && k > 1))
-            write_throw_location(os, d);
+            impl::write_throw_location(os, d);
     }
     mark_processed();
 }
@@ -238,7 +244,7 @@ void exception::print_short(basic_ostream<char>& os, bool no_stack, bool first_s
     print_(os, layout_::short_form, no_stack, first_stack_only);
 }
 
-void exception::print_stack(basic_ostream<char>& os) const { write_throw_location(os, payload_()); }
+void exception::print_stack(basic_ostream<char>& os) const { impl::write_throw_location(os, payload_()); }
 
 basic_ostream<char>& operator<<(basic_ostream<char>& os, const exception& e)
 {

@@ -1,10 +1,11 @@
 // ios_base (format state, user storage, callbacks), ios_base::failure with
 // its failure trace, basic_ios and the numeric conventions.
+#include "exception_class.h"
 #include "stream_guard.h"
+#include "uvt/impl/checksum/crc32.h"
 
 #include <uvt/fstream>
 #include <uvt/import>
-#include <uvt/impl/checksum/crc32>
 #include <uvt/impl/memory>
 #include <uvt/ios>
 #include <uvt/stdexcept>
@@ -161,9 +162,15 @@ void ios_base::failure::do_throw() const
 
 void ios_base::failure::store_type(basic_ostream<char>& os) const
 {
-    write_int(os, 0xFACE0000u + type_number);
-    write_int(os, 0xFACADE01u);
+    impl::write_type_header(os, type_number);
 }
+
+auto_ptr<exception> ios_base::failure::creator(basic_istream<char>& is, allocator& a)
+{
+    return impl::plain_creator<failure>(is, a);
+}
+
+UVT_DEFINE_EXCEPTION_REGISTRATION(ios_base::failure)
 
 void ios_base::throwIOSFailure(const char* file, int line, const char* message)
 {

@@ -33,6 +33,9 @@ static_assert(sizeof failure_type_names / sizeof failure_type_names[0] == FORBID
 
 bool is_known(allocation_failure_type t) noexcept { return t <= FORBIDDEN; }
 
+// The class marker of bad_alloc's type header (followed by the failure type).
+constexpr std::uint32_t bad_alloc_marker = 0xFACADE34u;
+
 // A bad_alloc keeps its message in the out-of-memory allocator, never in the
 // allocator that has just failed.
 allocator& exception_allocator() noexcept { return *uvt_extern::import::get_out_of_memory_allocator(); }
@@ -86,9 +89,27 @@ UVT_DEFINE_EXCEPTION_THROW(bad_alloc)
 void bad_alloc::store_type(basic_ostream<char>& os) const
 {
     impl::write_type_tag(os, type_number);
-    uvt::exception::write_int(os, 0xFACADE34u);
+    uvt::exception::write_int(os, bad_alloc_marker);
     uvt::exception::write_int(os, failure_type_);
 }
+
+// The header is the marker and the failure type. A wrong marker is reported
+// from the fixed origin "uvt/base/impl/new" line 112 (part of the observable
+// behaviour) as ERR_UVT_MEM_ERROR with CURRENT and EXPECT.
+auto_ptr<uvt::exception> bad_alloc::creator(basic_istream<char>& is, allocator& a)
+{
+    const std::uint32_t marker = uvt::exception::read_int(is);
+    if (marker != bad_alloc_marker) {
+        runtime_error e("uvt/base/impl/new", 112, uvt__ERR_UVT_MEM_ERROR());
+        tThrow(e << message_argument<unsigned>("EXPECT", bad_alloc_marker)
+                 << message_argument<unsigned>("CURRENT", marker));
+    }
+    auto_ptr<bad_alloc> e = make_auto_ptr<bad_alloc>(a);
+    e->failure_type_ = static_cast<allocation_failure_type>(uvt::exception::read_int(is) & 0xFF);
+    return e;
+}
+
+UVT_DEFINE_EXCEPTION_REGISTRATION(bad_alloc)
 
 // --- bad_numa_alloc ---
 

@@ -22,8 +22,20 @@ void regex_error::store_type(basic_ostream<char>& os) const
 {
     impl::write_type_tag(os, type_number);
     exception::write_int(os, static_cast<std::uint32_t>(code_));
-    exception::write_int(os, 0xFACADE01u);
+    exception::write_int(os, impl::class_marker);
 }
+
+// The header is the code and the class marker.
+auto_ptr<exception> regex_error::creator(basic_istream<char>& is, allocator& a)
+{
+    const auto code = static_cast<regex_constants::error_type>(exception::read_int(is));
+    impl::read_class_marker(is);
+    auto_ptr<regex_error> e = make_auto_ptr<regex_error>(a);
+    e->code_ = code;
+    return e;
+}
+
+UVT_DEFINE_EXCEPTION_REGISTRATION(regex_error)
 
 regex_error::regex_error(const char* file, int line, regex_constants::error_type code, const char* text)
     : runtime_error(file, line, uvt__ERR_UVT_REGEXP(), __builtin_return_address(0)), code_(code)
