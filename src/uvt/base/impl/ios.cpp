@@ -1,11 +1,13 @@
-// ios_base (format state, user storage, callbacks), ios_base::failure and
-// basic_ios.
+// ios_base (format state, user storage, callbacks), ios_base::failure,
+// basic_ios and the numeric conventions.
 #include <uvt/ios>
 #include <uvt/impl/memory>
+#include <uvt/stdexcept>
 
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <typeinfo>
 #include <utility>
 
 namespace uvt {
@@ -71,6 +73,28 @@ void ios_base::throwIOSFailure(const char* file, int line, const char* message)
     tThrow(f);
 }
 
+void ios_base::throwNullFacetPointer(const char* file, int line)
+{
+    struct null_facet : std::bad_cast {
+        const char* what() const noexcept override { return "null facet pointer"; }
+    };
+    tThrow(bad_cast(file, line, null_facet()));
+}
+
+// -------------------------------------------------- numeric conventions
+
+template <class C>
+const impl::numeric_conventions<C>& impl::conventions_of(const ios_base&) noexcept
+{
+    static constexpr C truename[] = {C('t'), C('r'), C('u'), C('e'), C()};
+    static constexpr C falsename[] = {C('f'), C('a'), C('l'), C('s'), C('e'), C()};
+    static constexpr numeric_conventions<C> classic{C('.'), C(','), truename, falsename, 4, 5};
+    return classic;
+}
+
+template const impl::numeric_conventions<char>& impl::conventions_of(const ios_base&) noexcept;
+template const impl::numeric_conventions<wchar_t>& impl::conventions_of(const ios_base&) noexcept;
+
 // --------------------------------------------------------------- ios_base
 
 allocator& ios_base::ios_allocator()
@@ -92,6 +116,39 @@ ios_base::~ios_base()
 {
     call_callbacks(erase_event);
     free_tables_();
+}
+
+void ios_base::init() noexcept
+{
+    flags_ = skipws | dec;
+    precision_ = 6;
+    width_ = 0;
+    exceptions_ = goodbit;
+    state_ = goodbit;
+}
+
+void ios_base::move(ios_base& rhs) noexcept
+{
+    call_callbacks(erase_event);
+    free_tables_();
+    swap_(rhs);
+    rhs.init();
+}
+
+void ios_base::swap_(ios_base& rhs) noexcept
+{
+    std::swap(flags_, rhs.flags_);
+    std::swap(precision_, rhs.precision_);
+    std::swap(width_, rhs.width_);
+    std::swap(exceptions_, rhs.exceptions_);
+    std::swap(state_, rhs.state_);
+    std::swap(words_, rhs.words_);
+    std::swap(word_count_, rhs.word_count_);
+    std::swap(callback_fns_, rhs.callback_fns_);
+    std::swap(callback_indices_, rhs.callback_indices_);
+    std::swap(callback_count_, rhs.callback_count_);
+    std::swap(callback_capacity_, rhs.callback_capacity_);
+    std::swap(locale_, rhs.locale_);
 }
 
 ios_base::fmtflags ios_base::flags(fmtflags f) noexcept
@@ -244,6 +301,7 @@ void ios_base::free_tables_() noexcept
 template <class C>
 void basic_ios<C>::init(basic_streambuf<C>* sb)
 {
+    ios_base::init();
     rdbuf_ = sb;
     tie_ = nullptr;
     fill_ = C(' ');
@@ -282,6 +340,23 @@ basic_ios<C>& basic_ios<C>::copyfmt(const basic_ios& rhs)
     return *this;
 }
 
+template <class C>
+void basic_ios<C>::move(basic_ios& rhs) noexcept
+{
+    ios_base::move(rhs);
+    tie_ = std::exchange(rhs.tie_, nullptr);
+    fill_ = rhs.fill_;
+}
+
+template <class C>
+void basic_ios<C>::swap(basic_ios& rhs) noexcept
+{
+    swap_(rhs);
+    std::swap(tie_, rhs.tie_);
+    std::swap(fill_, rhs.fill_);
+}
+
 template class basic_ios<char>;
+template class basic_ios<wchar_t>;
 
 } // namespace uvt

@@ -1,4 +1,6 @@
 // basic_ostream: sentries, padding, integer and pointer formatting.
+#include "stream_guard.h"
+
 #include <uvt/ios>
 
 #include <algorithm>
@@ -87,18 +89,6 @@ void render_integer(number_field& f, std::uint64_t magnitude, bool negative, boo
     }
 }
 
-// Called in a catch handler: marks a library exception that the stream
-// absorbs into its state as handled, so it is not reported as forgotten.
-void absorb_current_exception() noexcept
-{
-    try {
-        throw;
-    } catch (const exception& e) {
-        e.mark_processed();
-    } catch (...) {
-    }
-}
-
 } // namespace
 
 // ----------------------------------------------------------------- sentry
@@ -129,7 +119,7 @@ basic_ostream<C>::sentry::~sentry()
             os_.add_state_(ios_base::badbit);
     } catch (...) {
         os_.add_state_(ios_base::badbit);
-        absorb_current_exception();
+        impl::absorb_current_exception();
     }
 }
 
@@ -221,13 +211,10 @@ basic_ostream<C>& basic_ostream<C>::insert_integer_(T v)
 template <class C>
 basic_ostream<C>& basic_ostream<C>::insert_narrow_(const char* s, streamsize n, streamsize prefix)
 {
-    if constexpr (std::is_same_v<C, char>) {
-        return insert_field_(s, n, prefix);
-    } else {
-        C wide[number_field::capacity];
-        std::copy(s, s + n, wide);
-        return insert_field_(wide, n, prefix);
-    }
+    const sentry ok(*this);
+    if (ok)
+        this->guarded_([&] { write_padded_(s, n, prefix); });
+    return *this;
 }
 
 template <class C>
@@ -235,12 +222,13 @@ basic_ostream<C>& basic_ostream<C>::insert_field_(const C* s, streamsize n, stre
 {
     const sentry ok(*this);
     if (ok)
-        guarded_([&] { write_padded_(s, n, prefix); });
+        this->guarded_([&] { write_padded_(s, n, prefix); });
     return *this;
 }
 
 template <class C>
-void basic_ostream<C>::write_padded_(const C* s, streamsize n, streamsize prefix)
+template <class S>
+void basic_ostream<C>::write_padded_(const S* s, streamsize n, streamsize prefix)
 {
     const streamsize pad = std::max<streamsize>(this->width() - n, 0);
     this->width(0);
@@ -266,24 +254,23 @@ bool basic_ostream<C>::write_fill_(streamsize n)
 }
 
 template <class C>
-bool basic_ostream<C>::write_chars_(const C* s, streamsize n)
+template <class S>
+bool basic_ostream<C>::write_chars_(const S* s, streamsize n)
 {
-    return n <= 0 || this->rdbuf()->sputn(s, n) == n;
-}
-
-// An exception from the buffer sets badbit and goes on only when the
-// exception mask asks for badbit; otherwise the stream absorbs it.
-template <class C>
-template <class Op>
-void basic_ostream<C>::guarded_(Op op)
-{
-    try {
-        op();
-    } catch (...) {
-        this->add_state_(ios_base::badbit);
-        if (this->exceptions() & ios_base::badbit)
-            throw;
-        absorb_current_exception();
+    if constexpr (std::is_same_v<S, C>) {
+        return n <= 0 || this->rdbuf()->sputn(s, n) == n;
+    } else {
+        // Narrow text on a wide stream, widened a chunk at a time.
+        constexpr streamsize chunk_size = 64;
+        C chunk[chunk_size];
+        for (streamsize done = 0; done < n; done += chunk_size) {
+            const streamsize count = std::min(n - done, chunk_size);
+            for (streamsize i = 0; i < count; ++i)
+                chunk[i] = static_cast<C>(static_cast<unsigned char>(s[done + i]));
+            if (this->rdbuf()->sputn(chunk, count) != count)
+                return false;
+        }
+        return true;
     }
 }
 
@@ -294,7 +281,7 @@ basic_ostream<C>& basic_ostream<C>::put(C c)
 {
     const sentry ok(*this);
     if (ok) {
-        guarded_([&] {
+        this->guarded_([&] {
             if (this->rdbuf()->sputc(c) == traits_type::eof())
                 this->setstate(ios_base::badbit);
         });
@@ -307,7 +294,7 @@ basic_ostream<C>& basic_ostream<C>::write(const C* s, streamsize n)
 {
     const sentry ok(*this);
     if (ok) {
-        guarded_([&] {
+        this->guarded_([&] {
             if (!write_chars_(s, n))
                 this->setstate(ios_base::badbit);
         });
@@ -322,7 +309,7 @@ basic_ostream<C>& basic_ostream<C>::flush()
         return *this;
     const sentry ok(*this);
     if (ok) {
-        guarded_([&] {
+        this->guarded_([&] {
             if (this->rdbuf()->pubsync() == -1)
                 this->setstate(ios_base::badbit);
         });
@@ -331,5 +318,6 @@ basic_ostream<C>& basic_ostream<C>::flush()
 }
 
 template class basic_ostream<char>;
+template class basic_ostream<wchar_t>;
 
 } // namespace uvt

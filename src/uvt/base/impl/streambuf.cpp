@@ -103,5 +103,6 @@ typename basic_streambuf<C>::int_type basic_streambuf<C>::overflow(int_type)
 }
 
 template class basic_streambuf<char>;
+template class basic_streambuf<wchar_t>;
 
 } // namespace uvt
