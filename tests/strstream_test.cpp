@@ -29,7 +29,7 @@ TEST(Strstream, AllocatesNothingUntilTheFirstWrite)
         EXPECT_EQ(a.attempts(), 0u);
         os << "x";
         EXPECT_EQ(a.live_blocks(), 1u);
-        EXPECT_EQ(&os.rdbuf()->get_allocator(), &a);
+        EXPECT_EQ(os.rdbuf()->get_allocator(), &a);
     }
     EXPECT_EQ(a.live_blocks(), 0u);
 }

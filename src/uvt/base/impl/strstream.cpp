@@ -12,9 +12,16 @@ namespace {
 constexpr std::size_t initial_capacity = 128;
 } // namespace
 
+strstreambuf::strstreambuf(char* buffer, std::size_t capacity) noexcept : alloc_(nullptr)
+{
+    if (capacity)
+        setp(buffer, buffer + capacity - 1);
+}
+
 strstreambuf::~strstreambuf()
 {
-    alloc_.deallocate(pbase());
+    if (alloc_)
+        alloc_->deallocate(pbase());
 }
 
 const char* strstreambuf::c_str() const noexcept
@@ -51,16 +58,18 @@ streamsize strstreambuf::xsputn(const char* s, streamsize n)
 bool strstreambuf::reserve_(std::size_t extra) noexcept
 {
     const std::size_t used = size();
+    if (!alloc_)
+        return used + extra <= static_cast<std::size_t>(epptr() - pbase());
     const std::size_t capacity = pbase() ? static_cast<std::size_t>(epptr() - pbase()) + 1 : 0;
     if (used + extra < capacity)
         return true;
     const std::size_t grown = std::max({2 * capacity, used + extra + 1, initial_capacity});
-    char* block = static_cast<char*>(alloc_.allocateNoThrow(grown));
+    char* block = static_cast<char*>(alloc_->allocateNoThrow(grown));
     if (!block)
         return false;
     if (used)
         std::memcpy(block, pbase(), used);
-    alloc_.deallocate(pbase());
+    alloc_->deallocate(pbase());
     setp(block, block + grown - 1);
     pbump(static_cast<streamsize>(used));
     return true;
@@ -72,5 +81,37 @@ ostrstream::ostrstream(allocator& a) : buf_(a)
 }
 
 ostrstream::~ostrstream() = default;
+
+namespace {
+// The capacity of a caller's buffer given with a negative size.
+constexpr std::size_t unbounded_caller_buffer = 32767;
+
+std::size_t caller_capacity(const char* buffer, int size)
+{
+    if (size > 0)
+        return static_cast<std::size_t>(size);
+    // The text already in the buffer and its zero.
+    return size == 0 ? std::strlen(buffer) + 1 : unbounded_caller_buffer;
+}
+} // namespace
+
+msgarg_stream::msgarg_stream(const char* name) : name_(name), buf_(allocator::global_allocator())
+{
+    init(&buf_);
+}
+
+msgarg_stream::msgarg_stream(const char* name, char* buffer, int size)
+    : name_(name), buf_(buffer, caller_capacity(buffer, size))
+{
+    init(&buf_);
+}
+
+msgarg_stream::~msgarg_stream() = default;
+
+exception& operator<<(exception& e, const msgarg_stream& s)
+{
+    e.define_argument(s.name(), s.c_str(), false);
+    return e;
+}
 
 } // namespace uvt
