@@ -100,6 +100,17 @@ void use_every_header()
     check(uvt::UC::convertToUTF16(utf8, utf8 + 2, read, units, units + 4, written) == uvt::UC::converted,
           "unicode");  // <uvt/impl/unicode>
     check(uvt::impl::strlen_impl("four") == 4, "memlib");  // <uvt/impl/memlib/memlib>
+
+    uvt::ostringstream bytes(a);  // <uvt/sstream>
+    e.serialize(bytes, true);
+    uvt::istringstream in(bytes.data(), bytes.size(), a);
+    uvt::auto_ptr<uvt::exception> received = uvt::exception::deserialize(in, a);  // <uvt/impl/auto_ptr>
+    check(received->error_no() == 1000003, "sstream, auto_ptr");
+    received->mark_processed();
+    uvt::ofstream file("/dev/null", uvt::ios_base::out, uvt::ios_base::goodbit, a);  // <uvt/fstream>
+    check(file.is_open(), "fstream");
+    check(uvt::impl::Filebuf_base::page_size() > 0, "filebuf_base");  // <uvt/base/impl/details/filebuf_base>
+    check(uvt::getStandardError().good(), "iostream");  // <uvt/iostream>
 }
 
 } // namespace
