@@ -1,13 +1,14 @@
 // A small host program: it installs a host object with its own allocator,
-// out-of-memory and caught-exception callbacks, then throws and catches the
-// library's exceptions and prints them, and puts strings and number text
-// conversion to work.
+// out-of-memory and caught-exception callbacks and a line prefix for the
+// standard streams, then throws and catches the library's exceptions and
+// prints them, puts strings and number text conversion to work, writes and
+// reads back a file and sends an exception chain through bytes.
 
 #include <uvt/all>
 
-#include <cstdio>
 #include <cstdlib>
 #include <execinfo.h>
+#include <unistd.h>
 
 namespace {
 
@@ -50,18 +51,22 @@ private:
     }
 };
 
+uvt::basic_ostream<char>& out() { return uvt::getStandardOutput(); }
+
 void print(const char* label, const uvt::exception& e)
 {
-    uvt::buffer_stream<2048> out;
-    e.print(out);
-    std::printf("--- %s\n%s", label, out.c_str());
+    out() << "--- " << label << '\n';
+    e.print(out());
 }
+
+// Every line of standard output and error starts with this and a tab.
+const char* line_prefix(char*, unsigned long) { return "[demo]"; }
 
 class demo_callbacks : public uvt_extern::UvtCrashHandlers {
 public:
     void out_of_memory_exception(const uvt::exception& e) override
     {
-        std::printf("[host] out of memory reported (error %d)\n", e.error_no());
+        out() << "[host] out of memory reported (error " << e.error_no() << ")\n";
     }
     void caught_exception(const uvt::exception& e) override { print("[host] caught exception", e); }
 
@@ -113,19 +118,47 @@ void show_text(uvt::allocator& a)
     uvt::string path(name + "/" + "main.conf", a);
     const wchar_t wide_text[] = {L'p', L'r', 0xE9, L'f', 0};
     uvt::wstring wide(wide_text, a);
-    uvt::buffer_stream<256> out;
-    out << "--- text: " << path << ", " << wide << ", ";
+    out() << "--- text: " << path << ", " << wide << ", ";
 
     std::size_t used = 0;
     const double ratio = uvt::stod("2.5e-3", &used);
-    char digits[uvt::dtoa_buffer_size];
-    out << uvt::dtoa(ratio * 4, 12, digits, sizeof digits) << " from " << used << " characters\n";
-    std::printf("%s", out.c_str());
+    out() << ratio * 4 << " from " << used << " characters\n";
     try {
         uvt::stoi("99999999999", nullptr, 10);
     } catch (const uvt::exception& e) {
         print("number out of range", e);
     }
+}
+
+// A file written and read back line by line.
+void show_file(uvt::allocator& a)
+{
+    char name[] = "/tmp/uvt-demo-XXXXXX";
+    const int fd = ::mkstemp(name);
+    if (fd < 0)
+        return;
+    ::close(fd);
+    {
+        uvt::ofstream file(name, uvt::ios_base::out, uvt::ios_base::badbit | uvt::ios_base::failbit, a);
+        file << "alpha " << 1 << '\n' << "beta " << uvt::fixed << uvt::setprecision(2) << 2.5 << '\n';
+    }
+    uvt::ifstream file(name, uvt::ios_base::in, uvt::ios_base::badbit, a);
+    uvt::string line(a);
+    while (uvt::getline(file, line))
+        out() << "--- file line: " << line << '\n';
+    ::unlink(name);
+}
+
+// An exception chain serialised to bytes and rebuilt as the same classes.
+void show_serialisation(uvt::allocator& a, const uvt::exception& chain)
+{
+    uvt::ostringstream bytes(a);
+    chain.serialize(bytes, false);  // with the stack texts
+    uvt::istringstream in(bytes.data(), bytes.size(), a);
+    uvt::auto_ptr<uvt::exception> received = uvt::exception::deserialize(in, a);
+    out() << "--- " << bytes.size() << " bytes rebuilt as "
+          << (dynamic_cast<uvt::runtime_error*>(received.get()) ? "runtime_error" : "another class") << '\n';
+    received->print(out());
 }
 
 } // namespace
@@ -134,8 +167,8 @@ extern "C" uvt_extern::UvtImport* get_uvt_import() { return &host; }
 
 int main()
 {
-    std::printf("%s (component %s)\n", "libwdbuvtbase demo",
-                uvt::getVELAComponentName(uvt::vela_component{1}));
+    uvt_extern::import::set_standard_prefix(line_prefix);
+    out() << "libwdbuvtbase demo (component " << uvt::getVELAComponentName(uvt::vela_component{1}) << ")\n";
 
     // An index outside [0, 5): thrown inside the library, caught here by class.
     try {
@@ -156,6 +189,7 @@ int main()
         uvt::tThrow(outer);
     } catch (const uvt::exception& e) {
         print("chained exception", e);
+        show_serialisation(uvt::allocator::global_allocator(), e);
     }
 
     // Out of memory: the host's allocator is the global allocator, and the
@@ -164,16 +198,17 @@ int main()
     try {
         global.allocate(1ul << 60);
     } catch (const std::bad_alloc& e) {
-        std::printf("--- caught as std::bad_alloc: %s\n", e.what());
+        out() << "--- caught as std::bad_alloc: " << e.what() << '\n';
         static_cast<const uvt::exception&>(dynamic_cast<const uvt::bad_alloc&>(e)).mark_processed();
     }
 
     show_text(global);
+    show_file(global);
 
     void* block = global.allocate(100);
     global.deallocate(block);
     const uvt::CA_statistics stats = global.getStatistics();
-    std::printf("--- host allocator: %lu allocations, %lu frees\n", (unsigned long)stats.alloc_count,
-                (unsigned long)stats.free_count);
+    out() << "--- host allocator: " << stats.alloc_count << " allocations, " << stats.free_count << " frees\n";
+    out().flush();
     return EXIT_SUCCESS;
 }
