@@ -412,6 +412,58 @@ basic_ostream<C>& basic_ostream<C>::flush()
     return *this;
 }
 
+// ------------------------------------------------------------ positioning
+
+// Runs `op` (a positioning of the buffer) unless the stream has failed;
+// -1 then, or when `op` throws. A stream at the end of its input (eofbit
+// alone) is positioned without a sentry, which would set failbit.
+template <class C>
+template <class Op>
+streampos basic_ostream<C>::position_(Op op)
+{
+    if (this->fail())
+        return -1;
+    streampos pos = -1;
+    auto run = [&] { this->guarded_([&] { pos = op(*this->rdbuf()); }); };
+    if (this->good()) {
+        const sentry ok(*this);
+        if (ok)
+            run();
+    } else {
+        run();
+    }
+    return pos;
+}
+
+// position_, then failbit when the buffer refused (but not when the stream
+// had failed already or the buffer threw).
+template <class C>
+template <class Op>
+basic_ostream<C>& basic_ostream<C>::seek_(Op op)
+{
+    if (!this->fail() && position_(op) == -1 && !this->bad())
+        this->setstate(ios_base::failbit);
+    return *this;
+}
+
+template <class C>
+streampos basic_ostream<C>::tellp()
+{
+    return position_([](basic_streambuf<C>& sb) { return sb.pubseekoff(0, ios_base::cur, ios_base::out); });
+}
+
+template <class C>
+basic_ostream<C>& basic_ostream<C>::seekp(streampos pos)
+{
+    return seek_([&](basic_streambuf<C>& sb) { return sb.pubseekpos(pos, ios_base::out); });
+}
+
+template <class C>
+basic_ostream<C>& basic_ostream<C>::seekp(streamoff off, ios_base::seekdir dir)
+{
+    return seek_([&](basic_streambuf<C>& sb) { return sb.pubseekoff(off, dir, ios_base::out); });
+}
+
 template class basic_ostream<char>;
 template class basic_ostream<wchar_t>;
 
