@@ -1,7 +1,7 @@
 // Formatted output into memory: N integers and N doubles, each followed by
-// a blank, written into a fresh uvt::ostringstream, std::ostringstream and
-// {fmt} memory_buffer (fmt::format_to) and, with snprintf, into a buffer
-// allocated for the whole text. Integers are signed 64-bit values of 1 to
+// a blank, written into a uvt::ostringstream, a std::ostringstream and a
+// {fmt} memory_buffer (fmt::format_to), and with snprintf into a buffer
+// large enough for the whole text. Integers are signed 64-bit values of 1 to
 // 19 digits; doubles have mixed magnitudes (1e-10 to 1e16) in the default
 // format ("%g", "{:g}"). The values cycle through a table of 4096, too many
 // for a predictor to learn their lengths. A writer whose text differs from
@@ -71,104 +71,116 @@ T value(const std::vector<T>& table, std::size_t i)
     return table[i % table_size];
 }
 
-// Each writer formats `items` values and, when `text` is given, copies the
-// result there (outside the timed loop).
-template <class T>
-using writer = void (*)(const std::vector<T>&, std::size_t items, std::string* text);
+// A writer keeps its stream or buffer from run to run: each run rewinds it
+// and writes the items again. After the first run, which is not timed,
+// the memory has grown to its size, and only formatting is measured.
+struct uvt_writer {
+    uvt::ostringstream os{uvt::allocator::global_allocator()};
 
-template <class T>
-void write_uvt(const std::vector<T>& table, std::size_t items, std::string* text)
-{
-    uvt::ostringstream os(uvt::allocator::global_allocator());
-    for (std::size_t i = 0; i < items; ++i)
-        os << value(table, i) << ' ';
-    benchmark::DoNotOptimize(os.data());
-    if (text)
-        text->assign(os.data(), os.size());
-}
-
-template <class T>
-void write_std(const std::vector<T>& table, std::size_t items, std::string* text)
-{
-    std::ostringstream os;
-    for (std::size_t i = 0; i < items; ++i)
-        os << value(table, i) << ' ';
-    benchmark::DoNotOptimize(os.tellp());
-    if (text)
-        *text = os.str();
-}
-
-template <class T>
-void write_snprintf(const std::vector<T>& table, std::size_t items, std::string* text)
-{
-    constexpr std::size_t longest = 32;
-    const std::unique_ptr<char[]> buffer(new char[items * longest]);
-    char* p = buffer.get();
-    for (std::size_t i = 0; i < items; ++i) {
-        if constexpr (std::is_same_v<T, long>)
-            p += std::snprintf(p, longest, "%ld ", value(table, i));
-        else
-            p += std::snprintf(p, longest, "%g ", value(table, i));
+    template <class T>
+    void write(const std::vector<T>& table, std::size_t items)
+    {
+        os.seekp(0);
+        for (std::size_t i = 0; i < items; ++i)
+            os << value(table, i) << ' ';
+        benchmark::DoNotOptimize(os.data());
     }
-    benchmark::DoNotOptimize(buffer.get());
-    if (text)
-        text->assign(buffer.get(), p);
-}
+    std::string text() const { return std::string(os.data(), os.size()); }
+};
+
+struct std_writer {
+    std::ostringstream os;
+
+    template <class T>
+    void write(const std::vector<T>& table, std::size_t items)
+    {
+        os.seekp(0);
+        for (std::size_t i = 0; i < items; ++i)
+            os << value(table, i) << ' ';
+        benchmark::DoNotOptimize(os.tellp());
+    }
+    std::string text() const { return os.str(); }
+};
+
+struct snprintf_writer {
+    static constexpr std::size_t longest = 32;
+    std::vector<char> buffer;
+    std::size_t used = 0;
+
+    template <class T>
+    void write(const std::vector<T>& table, std::size_t items)
+    {
+        buffer.resize(items * longest);
+        char* p = buffer.data();
+        for (std::size_t i = 0; i < items; ++i) {
+            if constexpr (std::is_same_v<T, long>)
+                p += std::snprintf(p, longest, "%ld ", value(table, i));
+            else
+                p += std::snprintf(p, longest, "%g ", value(table, i));
+        }
+        used = static_cast<std::size_t>(p - buffer.data());
+        benchmark::DoNotOptimize(buffer.data());
+    }
+    std::string text() const { return std::string(buffer.data(), used); }
+};
 
 #if UVT_BENCH_HAVE_FMT
-template <class T>
-void write_fmt(const std::vector<T>& table, std::size_t items, std::string* text)
-{
+struct fmt_writer {
     fmt::memory_buffer buffer;
-    for (std::size_t i = 0; i < items; ++i) {
-        if constexpr (std::is_same_v<T, long>)
-            fmt::format_to(std::back_inserter(buffer), "{} ", value(table, i));
-        else
-            fmt::format_to(std::back_inserter(buffer), "{:g} ", value(table, i));
+
+    template <class T>
+    void write(const std::vector<T>& table, std::size_t items)
+    {
+        buffer.clear();
+        for (std::size_t i = 0; i < items; ++i) {
+            if constexpr (std::is_same_v<T, long>)
+                fmt::format_to(std::back_inserter(buffer), "{} ", value(table, i));
+            else
+                fmt::format_to(std::back_inserter(buffer), "{:g} ", value(table, i));
+        }
+        benchmark::DoNotOptimize(buffer.data());
     }
-    benchmark::DoNotOptimize(buffer.data());
-    if (text)
-        *text = fmt::to_string(buffer);
-}
+    std::string text() const { return fmt::to_string(buffer); }
+};
 #endif
 
-// Checks the writer's text against the library's once, then times it.
-template <class T>
-void run(benchmark::State& state, const std::vector<T>& table, writer<T> write, const std::string& expected)
+// Registers "<kind>/<name>/<items>": one untimed run whose text must be
+// `expected` (the library's, made by the first benchmark that runs), then
+// the timed runs.
+template <class Writer, class T>
+void register_writer(const char* kind, const char* name, const std::vector<T>& table, long items,
+                     const std::shared_ptr<std::string>& expected)
 {
-    const auto items = static_cast<std::size_t>(state.range(0));
-    std::string text;
-    write(table, items, &text);
-    if (text != expected)
-        state.SkipWithError("a different text than the library's");
-    for (auto _ : state)
-        write(table, items, nullptr);
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * items));
+    auto body = [&table, expected](benchmark::State& state) {
+        const auto n = static_cast<std::size_t>(state.range(0));
+        if (expected->empty()) {
+            uvt_writer reference;
+            reference.write(table, n);
+            *expected = reference.text();
+        }
+        Writer writer;
+        writer.write(table, n);
+        if (writer.text() != *expected)
+            state.SkipWithError("a different text than the library's");
+        for (auto _ : state)
+            writer.write(table, n);
+        state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * n));
+    };
+    benchmark::RegisterBenchmark((std::string(kind) + "/" + name).c_str(), body)
+        ->Arg(items)
+        ->Unit(benchmark::kMillisecond);
 }
 
-// Registers "<kind>/<writer>/<items>" for every writer.
 template <class T>
 void register_writers(const char* kind, const std::vector<T>& table, long items)
 {
-    const std::pair<const char*, writer<T>> writers[] = {
-        {"uvt", write_uvt<T>},
-        {"std_ostringstream", write_std<T>},
-        {"snprintf", write_snprintf<T>},
+    const auto expected = std::make_shared<std::string>();
+    register_writer<uvt_writer>(kind, "uvt", table, items, expected);
+    register_writer<std_writer>(kind, "std_ostringstream", table, items, expected);
+    register_writer<snprintf_writer>(kind, "snprintf", table, items, expected);
 #if UVT_BENCH_HAVE_FMT
-        {"fmt", write_fmt<T>},
+    register_writer<fmt_writer>(kind, "fmt", table, items, expected);
 #endif
-    };
-    auto expected = std::make_shared<std::string>();  // the library's text, made on first use
-    for (const auto& [name, write] : writers) {
-        auto body = [&table, write = write, expected](benchmark::State& state) {
-            if (expected->empty())
-                write_uvt(table, static_cast<std::size_t>(state.range(0)), expected.get());
-            run(state, table, write, *expected);
-        };
-        benchmark::RegisterBenchmark((std::string(kind) + "/" + name).c_str(), body)
-            ->Arg(items)
-            ->Unit(benchmark::kMillisecond);
-    }
 }
 
 // Takes --items=N out of the arguments; 100000 without it.

@@ -104,40 +104,39 @@ char* put_power_of_two(char* p, std::uint64_t v, const char* digits) noexcept
     return p + count;
 }
 
-// Writes `magnitude` to `out` (room for longest_integer characters) as the
-// flags say: decimal with a '-' for `negative` and a '+' under showpos for
-// a signed type; octal or hexadecimal with the base prefix under showbase
+// Octal or hexadecimal (by the flags) with the base prefix under showbase
 // for a non-zero value.
-integer_text render_integer(char* out, std::uint64_t magnitude, bool negative, bool signed_type,
-                            ios_base::fmtflags flags) noexcept
+integer_text render_power_of_two(char* out, std::uint64_t magnitude, ios_base::fmtflags flags) noexcept
 {
     const bool upper = (flags & ios_base::uppercase) != 0;
     const char* digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
     const bool with_base = (flags & ios_base::showbase) && magnitude != 0;
     char* p = out;
-    int prefix = 0;
-    switch (flags & ios_base::basefield) {
-    case ios_base::oct:
+    if ((flags & ios_base::basefield) == ios_base::oct) {
         if (with_base)
             *p++ = '0';
-        p = put_power_of_two<3>(p, magnitude, digits);
-        break;
-    case ios_base::hex:
-        if (with_base) {
-            *p++ = '0';
-            *p++ = upper ? 'X' : 'x';
-            prefix = 2;
-        }
-        p = put_power_of_two<4>(p, magnitude, digits);
-        break;
-    default:
-        if (negative || (signed_type && (flags & ios_base::showpos))) {
-            *p++ = negative ? '-' : '+';
-            prefix = 1;
-        }
-        p = put_decimal(p, magnitude);
+        return {static_cast<int>(put_power_of_two<3>(p, magnitude, digits) - out), 0};
     }
-    return {static_cast<int>(p - out), prefix};
+    if (with_base) {
+        *p++ = '0';
+        *p++ = upper ? 'X' : 'x';
+    }
+    return {static_cast<int>(put_power_of_two<4>(p, magnitude, digits) - out), with_base ? 2 : 0};
+}
+
+// Writes `magnitude` to `out` (room for longest_integer characters) as the
+// flags say: in the base of basefield (see render_power_of_two), decimal
+// with a '-' for `negative` and a '+' under showpos for a signed type.
+integer_text render_integer(char* out, std::uint64_t magnitude, bool negative, bool signed_type,
+                            ios_base::fmtflags flags) noexcept
+{
+    const ios_base::fmtflags base = flags & ios_base::basefield;
+    if (base == ios_base::oct || base == ios_base::hex)
+        return render_power_of_two(out, magnitude, flags);
+    const bool sign = negative || (signed_type && (flags & ios_base::showpos));
+    if (sign)
+        *out = negative ? '-' : '+';
+    return {static_cast<int>(put_decimal(out + sign, magnitude) - out), sign};
 }
 
 // Long runs of zeros of floating-point texts are written from here.
@@ -178,6 +177,19 @@ basic_ostream<C>::sentry::~sentry()
 }
 
 // ------------------------------------------------------ formatted output
+
+// Where an insertion of n characters may go straight into the put area:
+// the stream is good and untied (the sentry would do nothing), no width
+// asks for padding, no unitbuf for a flush, and the area has room. Null
+// otherwise.
+template <class C>
+[[gnu::always_inline]] inline C* basic_ostream<C>::direct_room_(streamsize n) noexcept
+{
+    basic_streambuf<C>* sb = this->rdbuf();
+    const bool plain = this->good() && sb && !this->tie() && this->width() == 0 && !(this->flags() & ios_base::unitbuf);
+    return plain && sb->put_area_room_() >= n ? sb->put_area_next_() : nullptr;
+}
+
 
 template <class C>
 basic_ostream<C>& basic_ostream<C>::operator<<(bool v)
@@ -372,7 +384,8 @@ basic_ostream<C>& basic_ostream<C>::insert_field_(const C* s, streamsize n, stre
 }
 
 // Most insertions need no sentry, padding or buffer call: they copy their
-// characters straight into the put area. The rest take the general way.
+// characters straight into the put area. The rest take the general way,
+// kept out of line so that the direct one needs no stack frame.
 template <class C>
 template <class S>
 basic_ostream<C>& basic_ostream<C>::insert_(const S* s, streamsize n, streamsize prefix)
@@ -383,22 +396,17 @@ basic_ostream<C>& basic_ostream<C>::insert_(const S* s, streamsize n, streamsize
         this->rdbuf()->put_area_fill_(n);
         return *this;
     }
+    return insert_padded_(s, n, prefix);
+}
+
+template <class C>
+template <class S>
+[[gnu::noinline]] basic_ostream<C>& basic_ostream<C>::insert_padded_(const S* s, streamsize n, streamsize prefix)
+{
     const sentry ok(*this);
     if (ok)
         this->guarded_([&] { write_padded_(s, n, prefix); });
     return *this;
-}
-
-// Where an insertion of n characters may go straight into the put area:
-// the stream is good and untied (the sentry would do nothing), no width
-// asks for padding, no unitbuf for a flush, and the area has room. Null
-// otherwise.
-template <class C>
-C* basic_ostream<C>::direct_room_(streamsize n) noexcept
-{
-    basic_streambuf<C>* sb = this->rdbuf();
-    const bool plain = this->good() && sb && !this->tie() && this->width() == 0 && !(this->flags() & ios_base::unitbuf);
-    return plain && sb->put_area_room_() >= n ? sb->put_area_next_() : nullptr;
 }
 
 template <class C>
