@@ -2,8 +2,8 @@
 //   - writing them, one write call each, through uvt::ofstream, through
 //     std::ofstream and through write(2) from a 64 KiB buffer filled by
 //     hand, the floor any buffered stream pays;
-//   - reading them back line by line with uvt::ifstream::getline into a
-//     character array, with std::getline from a std::ifstream into a
+//   - reading them back line by line with uvt::getline from a uvt::ifstream
+//     into a uvt::string, with std::getline from a std::ifstream into a
 //     std::string, and with read(2) of 64 KiB blocks split by memchr (each
 //     line copied out, as getline does).
 // The files live under /tmp (in the page cache) and are removed at exit.
@@ -11,6 +11,7 @@
 #include "support/ratio.h"
 
 #include <uvt/fstream>
+#include <uvt/string>
 
 #include <benchmark/benchmark.h>
 
@@ -117,9 +118,9 @@ void getline_uvt(benchmark::State& state)
     run(state, [&](const text_file& t) {
         uvt::ifstream is(t.input_path.c_str(), uvt::ios_base::in, uvt::ios_base::badbit,
                          uvt::allocator::global_allocator());
-        char line[4096];
+        uvt::string line(uvt::allocator::global_allocator());
         std::size_t count = 0;
-        while (is.getline(line, sizeof line))
+        while (uvt::getline(is, line))
             ++count;
         check_lines(state, t, count);
     });

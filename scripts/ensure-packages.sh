@@ -15,4 +15,4 @@ ensure_packages() {
 
 BUILD_PACKAGES=(g++ cmake ninja-build ccache pkgconf binutils)
 TEST_PACKAGES=(googletest libgtest-dev libbenchmark-dev clang libclang-rt-14-dev zlib1g-dev libisal-dev
-    libdouble-conversion-dev libfast-float-dev)
+    libdouble-conversion-dev libfast-float-dev libfmt-dev)

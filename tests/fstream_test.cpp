@@ -176,11 +176,28 @@ TEST_F(Fstream, ReadingAndWritingShareOnePosition)
     EXPECT_EQ(fb.sputc('x'), -1) << "opened for reading only";
 }
 
+TEST_F(Fstream, TellpAndSeekpMoveTheSharedPosition)
+{
+    uvt::fstream fs(make("seekp", "abcdef").c_str(), in | out, none, alloc);
+    for (char c; fs.get(c);) {
+    }
+    fs.clear(ios_base::eofbit);
+    EXPECT_EQ(fs.tellp(), 6) << "at the end of the input";
+    EXPECT_EQ(fs.seekp(2).tellp(), 2);
+    fs.clear();
+    EXPECT_EQ(fs.write("XY", 2).tellp(), 4);
+    fs.seekp(-1, ios_base::end) << 'Z';
+    EXPECT_TRUE(fs.seekp(-7, ios_base::cur).fail());
+    EXPECT_EQ(fs.tellp(), -1);
+    fs.close();
+    EXPECT_EQ(read(path("seekp")), "abXYeZ");
+}
+
 TEST_F(Fstream, WideCharactersAreStoredAsTheyAre)
 {
     uvt::wofstream os(path("wide").c_str(), out, bad, alloc);
     os << L'\x3b1' << 42;
-    EXPECT_EQ(os.rdbuf()->pubseekoff(0, ios_base::cur), 3) << "positions count characters";
+    EXPECT_EQ(os.tellp(), 3) << "positions count characters";
     os.close();
     const std::wstring expected = L"\x3b1" L"42";
     std::ofstream(path("wide"), std::ios::app) << "xy";  // half a character

@@ -169,6 +169,27 @@ TEST(OstreamFormat, IntegersMatchTheStandardStreamsForEveryFlagWidthAndFill)
     expect_like_standard<bool>({false, true});
 }
 
+// Every length of decimal digits, written straight into a put area (string
+// streams) and through a buffer without one.
+TEST(OstreamFormat, DecimalIntegersOfEveryLength)
+{
+    for (unsigned long power = 1, k = 0; k < 20; ++k, power *= 10) {
+        for (unsigned long v : {power - 1, power, power + 1, power * 10 - 1}) {
+            const long s = -static_cast<long>(v / 2);
+            const std::string expected = std::to_string(v) + " " + std::to_string(s);
+            uvt::ostringstream os(uvt::allocator::global_allocator());
+            uvt::wostringstream wos(uvt::allocator::global_allocator());
+            capture_stream slow;
+            os << v << ' ' << s;
+            wos << v << L' ' << s;
+            slow.os << v << ' ' << s;
+            EXPECT_EQ(std::string(os.data(), os.size()), expected);
+            EXPECT_EQ(std::wstring(wos.data(), wos.size()), std::wstring(expected.begin(), expected.end()));
+            EXPECT_EQ(slow.buf.text, expected);
+        }
+    }
+}
+
 TEST(OstreamFormat, CharactersAndStringsPadLikeTheStandardStreams)
 {
     for (const format& f : all_formats()) {

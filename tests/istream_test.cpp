@@ -124,17 +124,31 @@ std::string read_word(std::istream& is)
     is >> s;
     return s;
 }
-std::string read_line(uvt::istream& is, char delim = '\n')
+// A text of either character type as a narrow one (the tests use ASCII).
+template <class C>
+std::string narrow(const C* s, std::size_t n)
 {
-    uvt::string s("previous", uvt::allocator::global_allocator());
-    uvt::getline(is, s, delim);
-    return std::string(s.data(), s.size());
+    return std::string(s, s + n);
 }
-std::string read_line(std::istream& is, char delim = '\n')
+template <class C>
+std::string narrow(const C* s)
 {
-    std::string s = "previous";
+    return narrow(s, std::char_traits<C>::length(s));
+}
+
+template <class C>
+std::string read_line(uvt::basic_istream<C>& is, C delim = C('\n'))
+{
+    uvt::basic_string<C> s(std::basic_string<C>(8, C('p')).c_str(), uvt::allocator::global_allocator());
+    uvt::getline(is, s, delim);
+    return narrow(s.data(), s.size());
+}
+template <class C>
+std::string read_line(std::basic_istream<C>& is, C delim = C('\n'))
+{
+    std::basic_string<C> s(8, C('p'));
     std::getline(is, s, delim);
-    return s;
+    return narrow(s.data(), s.size());
 }
 
 // get(streambuf&, delim) into a buffer of the same family.
@@ -315,6 +329,60 @@ TEST(IstreamUnformatted, MatchesTheStandardStreamsOnEveryBuffering)
         c.run_uvt(view, log);
         EXPECT_EQ(log, expected) << "case at line " << c.line << " on istringstream";
     }
+}
+
+// Runs `script` on the standard stream over `input` and on the library's
+// over every get area of 1 to 9 characters and none, for both character
+// types: each delimiter and each limit of the script then falls on the last
+// character of a get area, on the first, and in between.
+template <class Script>
+void expect_runs_like_standard(int line, const std::string& input, Script script)
+{
+    auto for_type = [&](auto c) {
+        using C = decltype(c);
+        const std::basic_string<C> text(input.begin(), input.end());
+        std::basic_istringstream<C> ref(text);
+        std::string expected;
+        script(ref, expected);
+        for (std::size_t chunk = 0; chunk < 10; ++chunk) {
+            chunk_buf<C> buf(text, chunk);
+            uvt::basic_istream<C> is(&buf);
+            std::string log;
+            script(is, log);
+            EXPECT_EQ(log, expected) << "case at line " << line << ", chunk " << chunk << ", width " << sizeof(C);
+        }
+    };
+    for_type(char());
+    for_type(wchar_t());
+}
+
+TEST(IstreamUnformatted, RunsAcrossRefillsOfBothCharacterTypes)
+{
+    const char* const text = "ab\ncdefgh\n\nijklmnopq;rs\ntuvwxyz";
+    expect_runs_like_standard(__LINE__, text, [](auto& is, std::string& log) {
+        typename std::remove_reference_t<decltype(is)>::char_type buf[5];
+        for (int i = 0; i < 7; ++i) {
+            is.getline(buf, 5);  // lines of 4 fit with their delimiter, longer ones fail
+            note(log, narrow(buf), is);
+            is.clear(is.rdstate() & ~is.failbit);
+        }
+    });
+    expect_runs_like_standard(__LINE__, text, [](auto& is, std::string& log) {
+        using C = typename std::remove_reference_t<decltype(is)>::char_type;
+        C buf[4];
+        note(log, "", is.ignore(4, C('\n')));
+        note(log, "", is.ignore(6, C('\n')));  // stops on the limit just before the delimiter
+        is.get(buf, 4);
+        note(log, narrow(buf), is);
+        note(log, "", is.ignore(100, C(';')));
+        note(log, read_line(is), is);
+        note(log, read_line(is, C('z')), is);
+        note(log, std::to_string(is.get()), is);
+    });
+    expect_runs_like_standard(__LINE__, text, [](auto& is, std::string& log) {
+        for (int i = 0; i < 6; ++i)
+            note_state(log, read_line(is), is);
+    });
 }
 
 // ---------------------------------------------------- formatted extraction

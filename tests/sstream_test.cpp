@@ -21,6 +21,11 @@ std::string text_of(const Stream& s)
     return std::string(s.data(), s.size());
 }
 
+std::string text_of(const std::stringstream& s)
+{
+    return s.str();
+}
+
 template <class Stream>
 std::string state_of(const Stream& s)
 {
@@ -152,6 +157,46 @@ TEST(Stringstream, ReadsBackWhatWasWrittenLikeTheStandardStream)
     run(s, log);
     run(ref, expected);
     EXPECT_EQ(log, expected);
+}
+
+// Positions after writes, from the end and the current position, out of
+// range (failbit, after which tellp answers -1), and after reading to the
+// end (eofbit alone does not stop positioning, though it stops insertion).
+TEST(Stringstream, TellpAndSeekpLikeTheStandardStream)
+{
+    auto run = [](auto& st, std::string& out) {
+        auto add = [&](auto v) { out += std::to_string(v) + state_of(st) + " "; };
+        add(st.tellp());
+        st << "hello world";
+        add(st.tellp());
+        st.seekp(-5, st.end) << 'W';
+        add(st.tellp());
+        st.seekp(20);
+        add(st.tellp());
+        st.clear();
+        for (char c; st.get(c);) {
+        }
+        st.clear(st.eofbit);
+        add(st.seekp(1).tellp());
+        st.clear();
+        st << 'E';
+        add(st.tellp());
+        st.seekp(2, st.cur);
+        add(st.tellp());
+        st.seekp(-1, st.beg);
+        add(st.tellp());
+        out += text_of(st);
+    };
+    uvt::stringstream s(uvt::allocator::global_allocator());
+    std::stringstream ref;
+    std::string log, expected;
+    run(s, log);
+    run(ref, expected);
+    EXPECT_EQ(log, expected);
+
+    uvt::ostringstream os(uvt::allocator::global_allocator());
+    os.exceptions(ios_base::failbit);
+    EXPECT_THROW(os.seekp(1), ios_base::failure);
 }
 
 TEST(Stringbuf, SeekingTheOutputSideOverwritesAndKeepsTheEnd)

@@ -8,6 +8,8 @@
 #include <uvt/string>
 
 #include <algorithm>
+#include <cstring>
+#include <cwchar>
 #include <limits>
 
 namespace uvt {
@@ -21,6 +23,60 @@ const C* get_area_limit(const basic_streambuf<C>& sb, streamsize limit) noexcept
 {
     const C* next = sb.get_area_next_();
     return next + std::min<streamsize>(sb.get_area_end_() - next, std::max<streamsize>(limit, 0));
+}
+
+// Where scan_input stopped: before the delimiter, after `limit`
+// characters, or at the end of the input.
+enum class scan_stop { delimiter, limit, end };
+
+// The first `delim` in [first, last), or last.
+template <class C>
+const C* find_delimiter(const C* first, const C* last, C delim) noexcept
+{
+    const void* found;
+    if constexpr (sizeof(C) == 1)
+        found = std::memchr(first, static_cast<unsigned char>(delim), static_cast<std::size_t>(last - first));
+    else
+        found = std::wmemchr(first, delim, static_cast<std::size_t>(last - first));
+    return found ? static_cast<const C*>(found) : last;
+}
+
+// The scan under getline, get, getstring and ignore: hands the characters
+// of `sb` to `take(run, count)` until `limit` were taken, the next one is
+// `*delim` (left in the input; no delimiter when null) or the input ends.
+// Runs are taken straight from the get area, the delimiter found by
+// memchr/wmemchr, and the area is refilled through sgetc; a buffer without
+// get area gives one character at a time through sgetc and sbumpc. A
+// `take` that throws leaves its run in the input.
+template <class C, class Take>
+scan_stop scan_input(basic_streambuf<C>& sb, streamsize limit, const C* delim, Take take)
+{
+    using traits = impl::stream_traits<C>;
+    for (streamsize taken = 0;;) {
+        const C* next = sb.get_area_next_();
+        const C* end = get_area_limit(sb, limit - taken);
+        const C* stop = delim ? find_delimiter(next, end, *delim) : end;
+        if (stop != next) {
+            take(next, stop - next);
+            taken += stop - next;
+            sb.get_area_consume_(stop - next);
+        }
+        if (stop != end)
+            return scan_stop::delimiter;
+        if (taken == limit)
+            return scan_stop::limit;
+        const typename traits::int_type c = sb.sgetc();
+        if (c == traits::eof())
+            return scan_stop::end;
+        if (sb.get_area_next_() == sb.get_area_end_()) {  // a buffer without get area
+            const C ch = traits::to_char_type(c);
+            if (delim && ch == *delim)
+                return scan_stop::delimiter;
+            take(&ch, 1);
+            ++taken;
+            sb.sbumpc();
+        }
+    }
 }
 
 template <class C>
@@ -58,8 +114,11 @@ ios_base::iostate skip_blanks(basic_streambuf<C>& sb, const ios_base& s)
 
 // ----------------------------------------------------------------- sentry
 
+// Inlined into every extraction (as are unformatted_ and guarded_): on a
+// good stream without a tie it is a few loads and tests, which a call
+// would double for a short line.
 template <class C>
-basic_istream<C>::sentry::sentry(basic_istream& is, bool noskipws) : ok_(false)
+[[gnu::always_inline]] inline basic_istream<C>::sentry::sentry(basic_istream& is, bool noskipws) : ok_(false)
 {
     ios_base::iostate err = ios_base::goodbit;
     if (is.good()) {
@@ -191,7 +250,7 @@ basic_istream<C>& basic_istream<C>::operator>>(void*& p)
 // putback, unget and seekg do).
 template <class C>
 template <class Op>
-basic_istream<C>& basic_istream<C>::unformatted_(Op op, bool clear_eof)
+[[gnu::always_inline]] inline basic_istream<C>& basic_istream<C>::unformatted_(Op op, bool clear_eof)
 {
     gcount_ = 0;
     if (clear_eof)
@@ -232,30 +291,11 @@ template <class C>
 basic_istream<C>& basic_istream<C>::get(C* s, streamsize n, C delim)
 {
     unformatted_([&](basic_streambuf<C>& sb) -> ios_base::iostate {
-        while (gcount_ + 1 < n) {
-            // Whole runs from the get area, then one character at a time
-            // through the buffer's virtual operations.
-            const C* next = sb.get_area_next_();
-            const C* end = get_area_limit(sb, n - 1 - gcount_);
-            const C* stop = std::find(next, end, delim);
-            std::copy(next, stop, s + gcount_);
-            gcount_ += stop - next;
-            sb.get_area_consume_(stop - next);
-            if (stop != end)
-                return ios_base::goodbit;
-            if (gcount_ + 1 >= n)
-                break;
-            const int_type c = sb.sgetc();
-            if (c == traits_type::eof())
-                return ios_base::eofbit;
-            if (traits_type::to_char_type(c) == delim)
-                return ios_base::goodbit;
-            if (sb.get_area_next_() == sb.get_area_end_()) {
-                s[gcount_++] = traits_type::to_char_type(c);
-                sb.sbumpc();
-            }
-        }
-        return ios_base::goodbit;
+        const scan_stop stop = scan_input(sb, std::max<streamsize>(n - 1, 0), &delim, [&](const C* run, streamsize k) {
+            std::copy(run, run + k, s + gcount_);
+            gcount_ += k;
+        });
+        return stop == scan_stop::end ? ios_base::eofbit : ios_base::goodbit;
     });
     if (n > 0)
         s[gcount_] = C();
@@ -295,30 +335,24 @@ basic_istream<C>& basic_istream<C>::getline(C* s, streamsize n, C delim)
 {
     streamsize stored = 0;
     unformatted_([&](basic_streambuf<C>& sb) -> ios_base::iostate {
-        for (;;) {
-            const C* next = sb.get_area_next_();
-            const C* end = get_area_limit(sb, n - 1 - stored);
-            const C* stop = std::find(next, end, delim);
-            std::copy(next, stop, s + stored);
-            stored += stop - next;
-            gcount_ += stop - next;
-            sb.get_area_consume_(stop - next);
+        const scan_stop stop = scan_input(sb, std::max<streamsize>(n - 1, 0), &delim, [&](const C* run, streamsize k) {
+            std::copy(run, run + k, s + stored);
+            stored += k;
+            gcount_ += k;
+        });
+        if (stop == scan_stop::end)
+            return ios_base::eofbit;
+        if (stop == scan_stop::limit) {
+            // The line filled `s`: only its delimiter may follow.
             const int_type c = sb.sgetc();
             if (c == traits_type::eof())
                 return ios_base::eofbit;
-            if (traits_type::to_char_type(c) == delim) {
-                sb.sbumpc();
-                ++gcount_;
-                return ios_base::goodbit;
-            }
-            if (stored + 1 >= n)
+            if (traits_type::to_char_type(c) != delim)
                 return ios_base::failbit;
-            if (sb.get_area_next_() == sb.get_area_end_()) {
-                s[stored++] = traits_type::to_char_type(c);
-                ++gcount_;
-                sb.sbumpc();
-            }
         }
+        sb.sbumpc();
+        ++gcount_;
+        return ios_base::goodbit;
     });
     if (n > 0)
         s[stored] = C();
@@ -332,21 +366,16 @@ basic_istream<C>& basic_istream<C>::getstring(basic_string<C>& s, C delim)
 {
     unformatted_([&](basic_streambuf<C>& sb) -> ios_base::iostate {
         s.clear();
-        for (;;) {
-            const C* next = sb.get_area_next_();
-            const C* stop = std::find(next, sb.get_area_end_(), delim);
-            s.append(next, static_cast<std::size_t>(stop - next));
-            gcount_ += stop - next;
-            sb.get_area_consume_(stop - next);
-            const int_type c = sb.sgetc();
-            if (c == traits_type::eof())
-                return ios_base::eofbit;
-            sb.sbumpc();
-            ++gcount_;
-            if (traits_type::to_char_type(c) == delim)
-                return ios_base::goodbit;
-            s.push_back(traits_type::to_char_type(c));
-        }
+        const scan_stop stop =
+            scan_input(sb, std::numeric_limits<streamsize>::max(), &delim, [&](const C* run, streamsize k) {
+                s.append(run, static_cast<std::size_t>(k));
+                gcount_ += k;
+            });
+        if (stop == scan_stop::end)
+            return ios_base::eofbit;
+        sb.sbumpc();
+        ++gcount_;
+        return ios_base::goodbit;
     });
     if (gcount_ == 0)
         this->setstate(ios_base::failbit);
@@ -356,28 +385,17 @@ basic_istream<C>& basic_istream<C>::getstring(basic_string<C>& s, C delim)
 template <class C>
 basic_istream<C>& basic_istream<C>::ignore(streamsize n, int_type delim)
 {
-    const bool unlimited = n == std::numeric_limits<streamsize>::max();
+    // A delimiter outside the character type's values never matches.
+    const C delim_char = traits_type::to_char_type(delim);
+    const bool has_delim = delim != traits_type::eof() && traits_type::to_int_type(delim_char) == delim;
     return unformatted_([&](basic_streambuf<C>& sb) -> ios_base::iostate {
-        while (unlimited || gcount_ < n) {
-            const C* next = sb.get_area_next_();
-            const C* end = unlimited ? sb.get_area_end_() : get_area_limit(sb, n - gcount_);
-            const C* stop = delim == traits_type::eof() ? end : std::find(next, end, traits_type::to_char_type(delim));
-            const bool found = stop != end;
-            gcount_ += stop - next + found;
-            sb.get_area_consume_(stop - next + found);
-            if (found)
-                return ios_base::goodbit;
-            if (!unlimited && gcount_ >= n)
-                break;
-            const int_type c = sb.sgetc();
-            if (c == traits_type::eof())
-                return ios_base::eofbit;
-            if (sb.get_area_next_() == sb.get_area_end_()) {
-                sb.sbumpc();
-                ++gcount_;
-                if (c == delim)
-                    return ios_base::goodbit;
-            }
+        const scan_stop stop = scan_input(sb, std::max<streamsize>(n, 0), has_delim ? &delim_char : nullptr,
+                                          [&](const C*, streamsize k) { gcount_ += k; });
+        if (stop == scan_stop::end)
+            return ios_base::eofbit;
+        if (stop == scan_stop::delimiter) {
+            sb.sbumpc();
+            ++gcount_;
         }
         return ios_base::goodbit;
     });

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <exception>
 #include <type_traits>
 #include <utility>
@@ -15,81 +16,127 @@ namespace uvt {
 
 namespace {
 
-// A formatted integer, built from the end of `text` backwards so that no
-// length has to be known in advance. 64 bits take at most 22 octal digits;
-// a sign or a base prefix adds at most 2 characters.
-struct number_field {
-    static constexpr int capacity = 24;
+// The text of an integer is at most 24 characters: 64 bits take at most
+// 22 octal digits, and a sign or a base prefix adds at most 2.
+constexpr int longest_integer = 24;
 
-    char text[capacity];
-    int begin = capacity;  // first character of the field
-    int prefix = 0;        // leading sign or "0x" that stays before internal padding
-
-    const char* data() const noexcept { return text + begin; }
-    int size() const noexcept { return capacity - begin; }
-    void push_front(char c) noexcept { text[--begin] = c; }
+// The length of an integer's text, and how many of its first characters (a
+// sign or "0x") stay before internal padding.
+struct integer_text {
+    int size;
+    int prefix;
 };
 
-// Octal and hexadecimal digits come from shifts; decimal digits two at a
-// time from a table, which halves the divisions.
-template <unsigned Bits>
-void push_power_of_two_digits(number_field& f, std::uint64_t v, const char* digits) noexcept
+constexpr char digit_pairs[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                               "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                               "8081828384858687888990919293949596979899";
+
+// Decimal digits are written forward, two at a time from a table; numbers
+// of more than 8 digits are split into 8-digit parts first, so that the
+// divisions stay 32-bit ones.
+inline void put_pair(char* p, unsigned v) noexcept
 {
-    do {
-        f.push_front(digits[v & ((1u << Bits) - 1)]);
-        v >>= Bits;
-    } while (v);
+    std::memcpy(p, digit_pairs + 2 * v, 2);
 }
 
-void push_decimal_digits(number_field& f, std::uint64_t v) noexcept
+// Exactly 4 or 8 digits (leading zeros included).
+inline void put_four(char* p, unsigned v) noexcept
 {
-    static constexpr char pairs[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-                                    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-                                    "8081828384858687888990919293949596979899";
-    while (v >= 100) {
-        const unsigned pair = static_cast<unsigned>(v % 100) * 2;
-        v /= 100;
-        f.push_front(pairs[pair + 1]);
-        f.push_front(pairs[pair]);
+    put_pair(p, v / 100);
+    put_pair(p + 2, v % 100);
+}
+inline void put_eight(char* p, unsigned v) noexcept
+{
+    put_four(p, v / 10000);
+    put_four(p + 4, v % 10000);
+}
+
+// The digits of v < 10^8 without leading zeros; returns their end.
+char* put_up_to_eight(char* p, unsigned v) noexcept
+{
+    if (v < 10000) {
+        if (v < 100) {
+            if (v < 10) {
+                *p = static_cast<char>('0' + v);
+                return p + 1;
+            }
+            put_pair(p, v);
+            return p + 2;
+        }
+        if (v < 1000) {
+            *p = static_cast<char>('0' + v / 100);
+            put_pair(p + 1, v % 100);
+            return p + 3;
+        }
+        put_four(p, v);
+        return p + 4;
     }
-    if (v >= 10) {
-        f.push_front(pairs[v * 2 + 1]);
-        f.push_front(pairs[v * 2]);
+    // Five to eight digits: the high part as above, then four.
+    p = put_up_to_eight(p, v / 10000);
+    put_four(p, v % 10000);
+    return p + 4;
+}
+
+char* put_decimal(char* p, std::uint64_t v) noexcept
+{
+    constexpr std::uint64_t e8 = 100000000, e16 = e8 * e8;
+    if (v < e8)
+        return put_up_to_eight(p, static_cast<unsigned>(v));
+    if (v < e16) {
+        p = put_up_to_eight(p, static_cast<unsigned>(v / e8));
     } else {
-        f.push_front(static_cast<char>('0' + v));
+        p = put_up_to_eight(p, static_cast<unsigned>(v / e16));
+        v %= e16;
+        put_eight(p, static_cast<unsigned>(v / e8));
+        p += 8;
     }
+    put_eight(p, static_cast<unsigned>(v % e8));
+    return p + 8;
 }
 
-// Renders `magnitude` as the flags say: decimal with a '-' for `negative`
-// and a '+' under showpos for a signed type; octal or hexadecimal with the
-// base prefix under showbase for a non-zero value.
-void render_integer(number_field& f, std::uint64_t magnitude, bool negative, bool signed_type,
-                    ios_base::fmtflags flags) noexcept
+// Octal and hexadecimal digits, written from their end.
+template <unsigned Bits>
+char* put_power_of_two(char* p, std::uint64_t v, const char* digits) noexcept
+{
+    const int count = v ? (64 - __builtin_clzll(v) + Bits - 1) / Bits : 1;
+    for (char* q = p + count; q != p; v >>= Bits)
+        *--q = digits[v & ((1u << Bits) - 1)];
+    return p + count;
+}
+
+// Octal or hexadecimal (by the flags) with the base prefix under showbase
+// for a non-zero value.
+integer_text render_power_of_two(char* out, std::uint64_t magnitude, ios_base::fmtflags flags) noexcept
 {
     const bool upper = (flags & ios_base::uppercase) != 0;
     const char* digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
     const bool with_base = (flags & ios_base::showbase) && magnitude != 0;
-    switch (flags & ios_base::basefield) {
-    case ios_base::oct:
-        push_power_of_two_digits<3>(f, magnitude, digits);
+    char* p = out;
+    if ((flags & ios_base::basefield) == ios_base::oct) {
         if (with_base)
-            f.push_front('0');
-        return;
-    case ios_base::hex:
-        push_power_of_two_digits<4>(f, magnitude, digits);
-        if (with_base) {
-            f.push_front(upper ? 'X' : 'x');
-            f.push_front('0');
-            f.prefix = 2;
-        }
-        return;
-    default:
-        push_decimal_digits(f, magnitude);
-        if (negative || (signed_type && (flags & ios_base::showpos))) {
-            f.push_front(negative ? '-' : '+');
-            f.prefix = 1;
-        }
+            *p++ = '0';
+        return {static_cast<int>(put_power_of_two<3>(p, magnitude, digits) - out), 0};
     }
+    if (with_base) {
+        *p++ = '0';
+        *p++ = upper ? 'X' : 'x';
+    }
+    return {static_cast<int>(put_power_of_two<4>(p, magnitude, digits) - out), with_base ? 2 : 0};
+}
+
+// Writes `magnitude` to `out` (room for longest_integer characters) as the
+// flags say: in the base of basefield (see render_power_of_two), decimal
+// with a '-' for `negative` and a '+' under showpos for a signed type.
+integer_text render_integer(char* out, std::uint64_t magnitude, bool negative, bool signed_type,
+                            ios_base::fmtflags flags) noexcept
+{
+    const ios_base::fmtflags base = flags & ios_base::basefield;
+    if (base == ios_base::oct || base == ios_base::hex)
+        return render_power_of_two(out, magnitude, flags);
+    const bool sign = negative || (signed_type && (flags & ios_base::showpos));
+    if (sign)
+        *out = negative ? '-' : '+';
+    return {static_cast<int>(put_decimal(out + sign, magnitude) - out), sign};
 }
 
 // Long runs of zeros of floating-point texts are written from here.
@@ -130,6 +177,19 @@ basic_ostream<C>::sentry::~sentry()
 }
 
 // ------------------------------------------------------ formatted output
+
+// Where an insertion of n characters may go straight into the put area:
+// the stream is good and untied (the sentry would do nothing), no width
+// asks for padding, no unitbuf for a flush, and the area has room. Null
+// otherwise.
+template <class C>
+[[gnu::always_inline]] inline C* basic_ostream<C>::direct_room_(streamsize n) noexcept
+{
+    basic_streambuf<C>* sb = this->rdbuf();
+    const bool plain = this->good() && sb && !this->tie() && this->width() == 0 && !(this->flags() & ios_base::unitbuf);
+    return plain && sb->put_area_room_() >= n ? sb->put_area_next_() : nullptr;
+}
+
 
 template <class C>
 basic_ostream<C>& basic_ostream<C>::operator<<(bool v)
@@ -192,9 +252,10 @@ basic_ostream<C>& basic_ostream<C>::operator<<(const void* p)
 {
     if (!p)
         return insert_narrow_("(nil)", 5, 0);
-    number_field f;
-    render_integer(f, reinterpret_cast<std::uintptr_t>(p), false, false, ios_base::hex | ios_base::showbase);
-    return insert_narrow_(f.data(), f.size(), f.prefix);
+    char text[longest_integer];
+    const integer_text t =
+        render_integer(text, reinterpret_cast<std::uintptr_t>(p), false, false, ios_base::hex | ios_base::showbase);
+    return insert_narrow_(text, t.size, t.prefix);
 }
 
 template <class C>
@@ -298,22 +359,49 @@ basic_ostream<C>& basic_ostream<C>::insert_integer_(T v)
         negative = v < 0 && base != ios_base::oct && base != ios_base::hex;
     const std::uint64_t magnitude =
         negative ? std::uint64_t(0) - static_cast<std::uint64_t>(v) : static_cast<std::make_unsigned_t<T>>(v);
-    number_field f;
-    render_integer(f, magnitude, negative, std::is_signed_v<T>, flags);
-    return insert_narrow_(f.data(), f.size(), f.prefix);
+    // Narrow digits go straight into the put area when they may.
+    if constexpr (std::is_same_v<C, char>) {
+        if (char* to = direct_room_(longest_integer)) {
+            this->rdbuf()->put_area_fill_(render_integer(to, magnitude, negative, std::is_signed_v<T>, flags).size);
+            return *this;
+        }
+    }
+    char text[longest_integer];
+    const integer_text t = render_integer(text, magnitude, negative, std::is_signed_v<T>, flags);
+    return insert_narrow_(text, t.size, t.prefix);
 }
 
 template <class C>
 basic_ostream<C>& basic_ostream<C>::insert_narrow_(const char* s, streamsize n, streamsize prefix)
 {
-    const sentry ok(*this);
-    if (ok)
-        this->guarded_([&] { write_padded_(s, n, prefix); });
-    return *this;
+    return insert_(s, n, prefix);
 }
 
 template <class C>
 basic_ostream<C>& basic_ostream<C>::insert_field_(const C* s, streamsize n, streamsize prefix)
+{
+    return insert_(s, n, prefix);
+}
+
+// Most insertions need no sentry, padding or buffer call: they copy their
+// characters straight into the put area. The rest take the general way,
+// kept out of line so that the direct one needs no stack frame.
+template <class C>
+template <class S>
+basic_ostream<C>& basic_ostream<C>::insert_(const S* s, streamsize n, streamsize prefix)
+{
+    if (C* to = direct_room_(n)) {
+        for (streamsize i = 0; i < n; ++i)
+            to[i] = static_cast<C>(static_cast<std::make_unsigned_t<S>>(s[i]));
+        this->rdbuf()->put_area_fill_(n);
+        return *this;
+    }
+    return insert_padded_(s, n, prefix);
+}
+
+template <class C>
+template <class S>
+[[gnu::noinline]] basic_ostream<C>& basic_ostream<C>::insert_padded_(const S* s, streamsize n, streamsize prefix)
 {
     const sentry ok(*this);
     if (ok)
@@ -410,6 +498,58 @@ basic_ostream<C>& basic_ostream<C>::flush()
         });
     }
     return *this;
+}
+
+// ------------------------------------------------------------ positioning
+
+// Runs `op` (a positioning of the buffer) unless the stream has failed;
+// -1 then, or when `op` throws. A stream at the end of its input (eofbit
+// alone) is positioned without a sentry, which would set failbit.
+template <class C>
+template <class Op>
+streampos basic_ostream<C>::position_(Op op)
+{
+    if (this->fail())
+        return -1;
+    streampos pos = -1;
+    auto run = [&] { this->guarded_([&] { pos = op(*this->rdbuf()); }); };
+    if (this->good()) {
+        const sentry ok(*this);
+        if (ok)
+            run();
+    } else {
+        run();
+    }
+    return pos;
+}
+
+// position_, then failbit when the buffer refused (but not when the stream
+// had failed already or the buffer threw).
+template <class C>
+template <class Op>
+basic_ostream<C>& basic_ostream<C>::seek_(Op op)
+{
+    if (!this->fail() && position_(op) == -1 && !this->bad())
+        this->setstate(ios_base::failbit);
+    return *this;
+}
+
+template <class C>
+streampos basic_ostream<C>::tellp()
+{
+    return position_([](basic_streambuf<C>& sb) { return sb.pubseekoff(0, ios_base::cur, ios_base::out); });
+}
+
+template <class C>
+basic_ostream<C>& basic_ostream<C>::seekp(streampos pos)
+{
+    return seek_([&](basic_streambuf<C>& sb) { return sb.pubseekpos(pos, ios_base::out); });
+}
+
+template <class C>
+basic_ostream<C>& basic_ostream<C>::seekp(streamoff off, ios_base::seekdir dir)
+{
+    return seek_([&](basic_streambuf<C>& sb) { return sb.pubseekoff(off, dir, ios_base::out); });
 }
 
 template class basic_ostream<char>;

@@ -23,7 +23,7 @@ inline void absorb_current_exception() noexcept
 } // namespace impl
 
 template <class Op>
-void ios_base::guarded_(Op op)
+[[gnu::always_inline]] inline void ios_base::guarded_(Op op)
 {
     try {
         op();
