@@ -28,8 +28,7 @@ namespace {
 constexpr std::size_t total_bytes = 100u << 20;
 
 struct text_file {
-    text_file()
-        : path("/tmp/uvt_fstream_bench_" + std::to_string(::getpid()) + ".txt"), input_path(path + ".in")
+    text_file() : path("/tmp/uvt_fstream_bench_" + std::to_string(::getpid()) + ".txt"), input_path(path + ".in")
     {
         std::string line;
         std::ofstream input(input_path, std::ios::binary);
@@ -46,8 +45,8 @@ struct text_file {
         ::unlink(input_path.c_str());
     }
 
-    std::string path;        // written by the write benchmarks
-    std::string input_path;  // read by the getline benchmarks
+    std::string path;       // written by the write benchmarks
+    std::string input_path; // read by the getline benchmarks
     std::vector<std::string> lines;
 };
 
@@ -69,8 +68,7 @@ void run(benchmark::State& state, Body body)
 void write_uvt(benchmark::State& state)
 {
     run(state, [](const text_file& t) {
-        uvt::ofstream os(t.path.c_str(), uvt::ios_base::out, uvt::ios_base::badbit,
-                         uvt::allocator::global_allocator());
+        uvt::ofstream os(t.path.c_str(), uvt::ios_base::out, uvt::ios_base::badbit, uvt::allocator::global_allocator());
         for (const std::string& line : t.lines)
             os.write(line.data(), static_cast<uvt::streamsize>(line.size()));
     });

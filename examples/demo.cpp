@@ -153,7 +153,7 @@ void show_file(uvt::allocator& a)
 void show_serialisation(uvt::allocator& a, const uvt::exception& chain)
 {
     uvt::ostringstream bytes(a);
-    chain.serialize(bytes, false);  // with the stack texts
+    chain.serialize(bytes, false); // with the stack texts
     uvt::istringstream in(bytes.data(), bytes.size(), a);
     uvt::auto_ptr<uvt::exception> received = uvt::exception::deserialize(in, a);
     out() << "--- " << bytes.size() << " bytes rebuilt as "
@@ -174,7 +174,7 @@ int main()
     try {
         uvt::throwOutOfRange(__FILE__, __LINE__, 7, 0, 5);
     } catch (const uvt::out_of_range& e) {
-        e.dump();  // handed to the host's caught-exception callback
+        e.dump(); // handed to the host's caught-exception callback
     }
 
     // An exception with an added message and a named argument, appended to

@@ -35,7 +35,7 @@ TEST(BufferStream, SyncTerminatesInPlace)
 
 struct overflow_row {
     int line;
-    std::size_t written;  // characters offered in one write
+    std::size_t written; // characters offered in one write
     const char* kept;
 };
 

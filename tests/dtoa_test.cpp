@@ -66,12 +66,12 @@ TEST(EcvtR, DigitsPointAndSign)
         {__LINE__, 1.5, 3, "150", 1, 0},
         {__LINE__, 0.001234, 2, "12", -2, 0},
         {__LINE__, -123456.0, 4, "1235", 6, 1},
-        {__LINE__, 0.125, 2, "12", 0, 0},  // exact tie: to even
+        {__LINE__, 0.125, 2, "12", 0, 0}, // exact tie: to even
         {__LINE__, 0.375, 2, "38", 0, 0},
-        {__LINE__, 9.99, 2, "10", 2, 0},   // rounding carries into a new digit
+        {__LINE__, 9.99, 2, "10", 2, 0}, // rounding carries into a new digit
         {__LINE__, 0.0, 3, "000", 1, 0},
         {__LINE__, -0.0, 1, "0", 1, 1},
-        {__LINE__, 1e23, 30, "99999999999999992", 23, 0},  // at most 17 digits
+        {__LINE__, 1e23, 30, "99999999999999992", 23, 0}, // at most 17 digits
         {__LINE__, DBL_MAX, 17, "17976931348623157", 309, 0},
         {__LINE__, DBL_TRUE_MIN, 17, "49406564584124654", -323, 0},
         {__LINE__, HUGE_VAL, 5, "Infinity", 0, 0},
@@ -192,7 +192,7 @@ TEST(Dtoa, FormatsLikePrintf)
     for (int i = 0; i < count; ++i) {
         double value = randomDouble(rng);
         int exponent;
-        if (i % 2)  // also plenty of values with small exponents
+        if (i % 2) // also plenty of values with small exponents
             value = std::ldexp(std::frexp(value, &exponent), int(rng() % 80) - 40);
         const int ndigits = 1 + int(rng() % 17);
         char expected[64];

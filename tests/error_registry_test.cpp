@@ -95,7 +95,7 @@ TEST(ErrorRegistry, EveryAccessorMatchesThePublishedTable)
         EXPECT_EQ(rec.value(), row.number);
         EXPECT_STREQ(rec.name(), row.name);
         EXPECT_STREQ(rec.message(), row.message);
-        EXPECT_STREQ(rec.text(), row.message);  // the record is an error_code whose text is the template
+        EXPECT_STREQ(rec.text(), row.message); // the record is an error_code whose text is the template
         EXPECT_EQ(&rec.category(), &uvt::generic_category());
         EXPECT_STREQ(uvt::error_code::error_no_to_text(row.number), row.message);
         EXPECT_EQ(occurrences(&rec), 1);
@@ -107,7 +107,7 @@ TEST(ErrorRegistry, ErrorIsUnknownUntilItsAccessorRan)
     EXPECT_EQ(abort_flag_text_at_load, "Unknown");
     uvt__ERR_UVT_ABORT_FLAG_SET();
     EXPECT_STREQ(uvt::error_code::error_no_to_text(1000093), "Abort flag set");
-    EXPECT_STREQ(uvt::error_code::error_no_to_text(1000030), "Unknown");  // reserved for other components
+    EXPECT_STREQ(uvt::error_code::error_no_to_text(1000030), "Unknown"); // reserved for other components
     EXPECT_STREQ(uvt::error_code::error_no_to_text(-1), "Unknown");
 }
 
@@ -136,7 +136,7 @@ TEST(ErrorRegistry, LaterRegistrationShadowsEarlierOne)
 TEST(ErrorRegistry, RegisterErrorReturnsThePreviousHeadAndLinksToIt)
 {
     static ErrorCodeImpl rec(1000041, "pushed by hand", &uvt::generic_category(), "TEST_BY_HAND");
-    uvt__ERR_UVT_OUTOFRANGE();  // an older record that must stay reachable
+    uvt__ERR_UVT_OUTOFRANGE(); // an older record that must stay reachable
     const ErrorCodeImpl* before = ErrorCodeImpl::first();
     ErrorCodeImpl* previous = ErrorCodeImpl::register_error(rec);
     EXPECT_EQ(previous, before);
@@ -148,7 +148,7 @@ TEST(ErrorRegistry, RegisterErrorReturnsThePreviousHeadAndLinksToIt)
 TEST(ErrorRegistry, ConcurrentRegistrationsAllLand)
 {
     constexpr int threads = 4, per_thread = 200;
-    uvt__ERR_UVT_OUTOFRANGE();  // an older record that must stay reachable
+    uvt__ERR_UVT_OUTOFRANGE(); // an older record that must stay reachable
     // Kept for the life of the process: the registry never lets go of a record.
     static std::vector<ErrorCodeImpl>& records = *new std::vector<ErrorCodeImpl>();
     records.reserve(threads * per_thread);
@@ -160,7 +160,7 @@ TEST(ErrorRegistry, ConcurrentRegistrationsAllLand)
         workers.emplace_back([t] {
             for (int i = 0; i < per_thread; ++i) {
                 ErrorCodeImpl::link(records[t * per_thread + i]);
-                uvt::error_code::error_no_to_text(2000000);  // readers run during the pushes
+                uvt::error_code::error_no_to_text(2000000); // readers run during the pushes
             }
         });
     for (auto& w : workers)

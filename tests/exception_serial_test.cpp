@@ -91,9 +91,9 @@ TEST_F(ExceptionSerial, EveryClassRoundTripsThroughItsCreatorRegisteredOnce)
     for (const uvt_test::exception_sample& s : uvt_test::exception_samples()) {
         SCOPED_TRACE(s.name);
         const uvt::exception_creator creator = uvt::exception_by_type(s.type_number);
-        EXPECT_EQ(creator != nullptr, s.type_number != 0);  // plain exceptions: the default creator
+        EXPECT_EQ(creator != nullptr, s.type_number != 0); // plain exceptions: the default creator
         if (creator)
-            uvt::register_exception_type(s.type_number, creator);  // the same creator again: accepted
+            uvt::register_exception_type(s.type_number, creator); // the same creator again: accepted
         const std::string bytes = serialized(*s.object, false);
         EXPECT_EQ(bytes.substr(0, 4), bytes_of({0xFACE0000u + s.type_number}));
         const auto copy = rebuilt(bytes);
@@ -115,7 +115,7 @@ TEST_F(ExceptionSerial, ChainsKeepEveryMessageAndPrintTheReceivedStackText)
     EXPECT_EQ(serialized(*copy, true), serialized(chain, true));
     std::string expected = printed(chain, false);
     for (std::size_t at = 0; (at = expected.find("frames>\n", at)) != std::string::npos; at += 9)
-        expected.insert(at + 8, "\n");  // the received text is written with a line end of its own
+        expected.insert(at + 8, "\n"); // the received text is written with a line end of its own
     EXPECT_EQ(printed(*copy, false), expected);
     EXPECT_EQ(copy->stack_trace(nullptr), 0);
 }
@@ -123,8 +123,9 @@ TEST_F(ExceptionSerial, ChainsKeepEveryMessageAndPrintTheReceivedStackText)
 TEST_F(ExceptionSerial, TheTypeNumberChoosesTheClassAndMissingPayloadsAreNoted)
 {
     const std::string payload = message(1000003, "Index 7 out of range [0, 5)") + bytes_of({0, 0xADDEDCAB});
-    for (const auto& [tag, type] : {std::pair<std::uint32_t, const std::type_info*>{0xFACE0009, &typeid(uvt::out_of_range)},
-                                    {0xFACE001B, &typeid(uvt::exception)}}) {
+    for (const auto& [tag, type] :
+         {std::pair<std::uint32_t, const std::type_info*>{0xFACE0009, &typeid(uvt::out_of_range)},
+          {0xFACE001B, &typeid(uvt::exception)}}) {
         const auto e = rebuilt(bytes_of({tag, 0xFACADE01}) + payload);
         EXPECT_EQ(typeid(*e), *type);
         EXPECT_EQ(printed(*e, true), "exception  1: no.1000003  (f.cpp:10)\n    Index 7 out of range [0, 5)\n");
@@ -140,7 +141,12 @@ TEST_F(ExceptionSerial, TheTypeNumberChoosesTheClassAndMissingPayloadsAreNoted)
 TEST_F(ExceptionSerial, BadDataIsReportedWithItsLineAndWords)
 {
     const std::string header = bytes_of({0xFACE0000, 0xFACADE01}), one = message(1, "m");
-    const struct { int source_line; std::string bytes; int line; std::string text; } rows[] = {
+    const struct {
+        int source_line;
+        std::string bytes;
+        int line;
+        std::string text;
+    } rows[] = {
         {__LINE__, bytes_of({0x12345678}), 1634, "Bad data pattern: 305419896, expected: 4207804416"},
         {__LINE__, bytes_of({0xFACE0000, 0xFACADE02}), 1615, "Bad data pattern: 4207599106, expected: 4207599105"},
         {__LINE__, bytes_of({0xFACE0009, 7}), 1615, "Bad data pattern: 7, expected: 4207599105"},
@@ -179,7 +185,7 @@ TEST_F(ExceptionSerial, FailingAllocationsAndPromisedLengthsLeakNothing)
             host_allocator().fail_at(n);
             try {
                 rebuilt(bytes);
-            } catch (const uvt::exception& e) {  // bad_alloc, or runtime_error for the promise
+            } catch (const uvt::exception& e) { // bad_alloc, or runtime_error for the promise
                 e.mark_processed();
             }
             host_allocator().fail_at(0);

@@ -171,7 +171,7 @@ TEST_F(ExceptionTest, ThrowLocationTexts)
     d->flags &= ~uvt::exception_data::local_stack;
     host().frames_to_capture = 0;
     exception empty("f.cpp", 1, 1, "t", nullptr);
-    a.fail_at(3);  // the payload, the stack area, the first argument: status 8 becomes 1
+    a.fail_at(3); // the payload, the stack area, the first argument: status 8 becomes 1
     exception unexplained(a, "f.cpp", 1, uvt__ERR_UVT_OUTOFRANGE(), nullptr);
     unexplained << message_argument<int>("IDX", 1);
     const struct {
@@ -208,7 +208,7 @@ TEST_F(ExceptionTest, StatusNotesAfterLostInformation)
               "exception  1: no.1000003  (f.cpp:1)\n    Index $IDX$ out of range [$BEG$, $END$); "
               "\"Bad allocation in exception parameter\" (code:1)\n");
 
-    a.fail_at(4);  // the payload, the stack area, "one", then "two"
+    a.fail_at(4); // the payload, the stack area, "one", then "two"
     exception lost_message(a, "f.cpp", 1, uvt__ERR_UVT_LOGIC(), nullptr);
     lost_message << uvt::error_message("g.cpp", 2, 9, "one");
     lost_message << uvt::error_message("g.cpp", 3, 9, "two") << message_argument<int>("X", 1);
@@ -325,7 +325,7 @@ TEST_F(ExceptionTest, ArgumentsAreLookedUpAcrossTheChain)
 {
     exception a = make(1, "a");
     a << message_argument<int>("X", 1) << uvt::error_message("f.cpp", 1, 1, "second");
-    a << message_argument<int>("HIDDEN", 9);  // not in a first message
+    a << message_argument<int>("HIDDEN", 9); // not in a first message
     exception b = make(2, "b");
     b << message_argument<int>("Y", 2) << message_argument<int>("X", 3);
     a << b;
@@ -404,8 +404,8 @@ TEST_F(ExceptionTest, AppendingRefusesSecondChainsCyclesAndItself)
     exception b = make(2, "b");
     exception c = make(3, "c");
     a << b;
-    c << b;  // b is already appended to a
-    b << a;  // would close a cycle
+    c << b; // b is already appended to a
+    b << a; // would close a cycle
     a << a;
     exception a_copy = a;
     a << a_copy;
@@ -423,8 +423,8 @@ TEST_F(ExceptionTest, ChainsAreFreedInEitherOrder)
             auto a = std::make_unique<exception>(alloc, "a.cpp", 1, uvt__ERR_UVT_LOGIC(), nullptr);
             auto b = std::make_unique<exception>(alloc, "b.cpp", 2, uvt__ERR_UVT_RANGE(), nullptr);
             exception c(alloc, "c.cpp", 3, uvt__ERR_UVT_DOMAIN(), nullptr);
-            *b << c;   // b -> c
-            *a << *b;  // a -> b -> c
+            *b << c;  // b -> c
+            *a << *b; // a -> b -> c
             a->mark_processed();
             b->mark_processed();
             c.mark_processed();
@@ -456,11 +456,11 @@ TEST_F(ExceptionTest, RegistrationKeepsTheHostListInOrder)
     EXPECT_EQ(b.get_next_registered(), &a);
     EXPECT_EQ(a.get_next_registered(), nullptr);
 
-    b.unregister_on_thread();  // from the middle
+    b.unregister_on_thread(); // from the middle
     EXPECT_EQ(c.get_next_registered(), &a);
-    c.unregister_on_thread();  // the head
+    c.unregister_on_thread(); // the head
     EXPECT_EQ(exception::get_first_registered(), &a);
-    a << c;  // appending unregisters
+    a << c; // appending unregisters
     EXPECT_EQ(exception::get_first_registered(), &a);
     a.unregister_on_thread();
     EXPECT_EQ(exception::get_first_registered(), nullptr);
@@ -470,7 +470,7 @@ TEST_F(ExceptionTest, RegistrationKeepsTheHostListInOrder)
         exception d = make(4, "d");
         d.register_on_thread();
         d.mark_processed();
-    }  // the destructor unregisters
+    } // the destructor unregisters
 }
 
 TEST_F(ExceptionTest, UnregisteringAnExceptionTheHostLostIsReported)
@@ -478,7 +478,7 @@ TEST_F(ExceptionTest, UnregisteringAnExceptionTheHostLostIsReported)
     const int before = host().unhandled;
     exception a = make(21, "lost by the host");
     a.register_on_thread();
-    host().unregister_exception(a);  // the host forgets its list
+    host().unregister_exception(a); // the host forgets its list
     a.unregister_on_thread();
     EXPECT_EQ(host().unhandled - before, 1);
     EXPECT_EQ(host().last_error_no, 21);
@@ -494,7 +494,7 @@ TEST_F(ExceptionDeathTest, RegisteringTheHeadAgainAborts)
     EXPECT_DEATH(
         {
             exception e = make(1, "x");
-            host().register_exception(e);  // head without the object knowing
+            host().register_exception(e); // head without the object knowing
             e.register_on_thread_();
         },
         "Infinite recursion on exc");
@@ -536,7 +536,7 @@ TEST_F(ExceptionTest, CriticalScopeReportsANewExceptionDuringUnwinding)
 TEST_F(ExceptionTest, UncaughtExceptionCheck)
 {
     const int before = host().unhandled;
-    uvt::uncaught_exception_check(false);  // nothing in flight
+    uvt::uncaught_exception_check(false); // nothing in flight
     EXPECT_EQ(host().unhandled - before, 0);
     uvt::uncaught_exception_check(true);
     EXPECT_EQ(host().unhandled - before, 1);
@@ -574,7 +574,7 @@ TEST_F(ExceptionTest, CopiesOnThreadsDropTheirReferencesConcurrently)
             });
         }
         go = true;
-        copies.clear();  // races with the workers' copies
+        copies.clear(); // races with the workers' copies
         for (auto& w : workers)
             w.join();
     }
@@ -597,13 +597,13 @@ TEST_F(ExceptionTest, ConcurrentAppendsLinkEveryPayloadOnce)
     std::vector<std::thread> workers;
     for (int i = 0; i < threads; ++i) {
         workers.emplace_back([&, i] {
-            heads[i] << own[i];  // all on one shared tail
+            heads[i] << own[i]; // all on one shared tail
             // Readers and the processed flag may overlap with the appends.
             if (heads[i].error_no() != 60 || std::string(heads[i].what()).empty())
                 ++bad_reads;
             heads[i].mark_processed();
             exception other_head = make(80 + i, "other head");
-            other_head << contested_copies[i];  // only one chain may take it
+            other_head << contested_copies[i]; // only one chain may take it
             appended.arrive_and_wait();
             if (other_head.get_next().data())
                 ++won;
@@ -644,7 +644,7 @@ TEST_F(ExceptionTest, AllocationFailureSweepOverBuildingAppendingAndPrinting)
             e << appended;
             uvt::buffer_stream<4096> os;
             e.print(os);
-            appended.print(os);  // shows what was lost when it could not be appended
+            appended.print(os); // shows what was lost when it could not be appended
             output = os.c_str();
             EXPECT_TRUE(e.is_processed() || !e.data());
         },

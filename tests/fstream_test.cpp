@@ -55,7 +55,12 @@ protected:
 
 // access: O_RDONLY, O_WRONLY or O_RDWR (-1: the mode fails); flags: O_APPEND
 // and O_DSYNC as F_GETFL reports them.
-struct mode_row { int line; ios_base::openmode mode; int access, flags; bool creates, truncates, at_end; };
+struct mode_row {
+    int line;
+    ios_base::openmode mode;
+    int access, flags;
+    bool creates, truncates, at_end;
+};
 
 constexpr mode_row mode_table[] = {
     {__LINE__, app, O_WRONLY, O_APPEND, true, false, true},
@@ -108,9 +113,12 @@ TEST_F(Fstream, DescriptorOwnershipAndSeeks)
     EXPECT_FALSE(f.close()) << "not open";
     ASSERT_TRUE(f.open(five.c_str(), in));
     EXPECT_FALSE(f.open(make("other", "").c_str(), in | out)) << "already open";
-    const struct { long long offset; ios_base::seekdir dir; long long result; } seeks[] = {
-        {-10, ios_base::end, -1}, {-1, ios_base::beg, -1}, {-5, ios_base::end, 0}, {3, ios_base::beg, 3},
-        {1, ios_base::cur, 4},    {10, ios_base::end, 15}, {0, ios_base::seekdir(3), -1}};
+    const struct {
+        long long offset;
+        ios_base::seekdir dir;
+        long long result;
+    } seeks[] = {{-10, ios_base::end, -1}, {-1, ios_base::beg, -1}, {-5, ios_base::end, 0},       {3, ios_base::beg, 3},
+                 {1, ios_base::cur, 4},    {10, ios_base::end, 15}, {0, ios_base::seekdir(3), -1}};
     for (auto [offset, dir, result] : seeks)
         EXPECT_EQ(f.seek(offset, dir), result) << offset << " from " << dir;
     const int fd = f.fd();
@@ -119,8 +127,10 @@ TEST_F(Fstream, DescriptorOwnershipAndSeeks)
     EXPECT_FALSE(f.open(fd, in)) << "closed descriptor";
     EXPECT_FALSE(f.open(-1, in));
 
-    const struct { int flags; ios_base::openmode mode; } adopted[] = {
-        {O_RDONLY, in}, {O_WRONLY, out}, {O_RDWR, in | out}, {O_WRONLY | O_APPEND, out | app}};
+    const struct {
+        int flags;
+        ios_base::openmode mode;
+    } adopted[] = {{O_RDONLY, in}, {O_WRONLY, out}, {O_RDWR, in | out}, {O_WRONLY | O_APPEND, out | app}};
     for (auto [flags, mode] : adopted) {
         const int own = ::open(five.c_str(), flags);
         ASSERT_TRUE(f.open(own, in));
@@ -199,8 +209,9 @@ TEST_F(Fstream, WideCharactersAreStoredAsTheyAre)
     os << L'\x3b1' << 42;
     EXPECT_EQ(os.tellp(), 3) << "positions count characters";
     os.close();
-    const std::wstring expected = L"\x3b1" L"42";
-    std::ofstream(path("wide"), std::ios::app) << "xy";  // half a character
+    const std::wstring expected = L"\x3b1"
+                                  L"42";
+    std::ofstream(path("wide"), std::ios::app) << "xy"; // half a character
     EXPECT_EQ(read(path("wide")), std::string(reinterpret_cast<const char*>(expected.data()), 12) + "xy");
     uvt::wifstream is(path("wide").c_str(), in, none, alloc);
     wchar_t got[8];
@@ -259,34 +270,50 @@ TEST_F(Fstream, BufferedAndDirectTransfersKeepTheirOrder)
 // empty mask the stream is left with exactly `state`, with those bits in the
 // mask the same steps throw.
 using iostate = ios_base::iostate;
-struct failure_case { int line; iostate state; iostate (*run)(std::string dir, iostate m); };
+struct failure_case {
+    int line;
+    iostate state;
+    iostate (*run)(std::string dir, iostate m);
+};
 
 uvt::allocator& heap() { return uvt::allocator::global_allocator(); }
 
 const failure_case failure_cases[] = {
-    {__LINE__, fail, [](std::string d, iostate m) { return uvt::ofstream((d + "/a/b").c_str(), out, m, heap()).rdstate(); }},
-    {__LINE__, fail, [](std::string d, iostate m) { return uvt::ofstream(d.c_str(), app | trunc, m, heap()).rdstate(); }},
-    {__LINE__, bad, [](std::string, iostate m) {  // a full disk
-         return uvt::ofstream("/dev/full", out, m, heap()).write("lost", 4).flush().rdstate(); }},
-    {__LINE__, bad, [](std::string, iostate m) {  // an adopted read-only descriptor
+    {__LINE__, fail,
+     [](std::string d, iostate m) { return uvt::ofstream((d + "/a/b").c_str(), out, m, heap()).rdstate(); }},
+    {__LINE__, fail,
+     [](std::string d, iostate m) { return uvt::ofstream(d.c_str(), app | trunc, m, heap()).rdstate(); }},
+    {__LINE__, bad,
+     [](std::string, iostate m) { // a full disk
+         return uvt::ofstream("/dev/full", out, m, heap()).write("lost", 4).flush().rdstate();
+     }},
+    {__LINE__, bad,
+     [](std::string, iostate m) { // an adopted read-only descriptor
          static const int readonly = ::open("/dev/null", O_RDONLY);
          uvt::ofstream os(heap());
          os.exceptions(m);
          os.open(readonly);
-         return os.put('x').rdstate(); }},
-    {__LINE__, bad, [](std::string, iostate m) {  // an adopted descriptor closed behind the stream's back
+         return os.put('x').rdstate();
+     }},
+    {__LINE__, bad,
+     [](std::string, iostate m) { // an adopted descriptor closed behind the stream's back
          uvt::ofstream os(heap());
          os.exceptions(m);
          os.open(::open("/dev/null", O_WRONLY));
          ::close(os.rdbuf()->fd());
-         return os.write("lost", 4).flush().rdstate(); }},
-    {__LINE__, bad, [](std::string d, iostate m) {  // a read error
+         return os.write("lost", 4).flush().rdstate();
+     }},
+    {__LINE__, bad,
+     [](std::string d, iostate m) { // a read error
          char c;
-         return uvt::ifstream(d.c_str(), in, m, heap()).get(c).rdstate(); }},
-    {__LINE__, ios_base::eofbit | fail, [](std::string d, iostate m) {  // reading past the end
+         return uvt::ifstream(d.c_str(), in, m, heap()).get(c).rdstate();
+     }},
+    {__LINE__, ios_base::eofbit | fail,
+     [](std::string d, iostate m) { // reading past the end
          char c;
          std::ofstream((d += "/empty").c_str());
-         return uvt::ifstream(d.c_str(), in, m, heap()).get(c).rdstate(); }},
+         return uvt::ifstream(d.c_str(), in, m, heap()).get(c).rdstate();
+     }},
 };
 
 TEST_F(Fstream, FailuresSetStateBitsAndThrowByTheMask)

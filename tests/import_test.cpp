@@ -86,7 +86,9 @@ TEST(HostHooks, CaughtAndForgottenExceptionsReachTheHost)
     }
     EXPECT_EQ(host().callbacks.caught, caught + 1);
     EXPECT_EQ(host().callbacks.forgotten, forgotten);
-    { uvt::exception lost(__FILE__, __LINE__, uvt__ERR_UVT_DOMAIN()); }
+    {
+        uvt::exception lost(__FILE__, __LINE__, uvt__ERR_UVT_DOMAIN());
+    }
     EXPECT_EQ(host().callbacks.forgotten, forgotten + 1);
     EXPECT_EQ(host().callbacks.last_error_no, 1000015);
 }

@@ -20,10 +20,10 @@
 #include <limits>
 #include <random>
 #include <set>
-#include <typeinfo>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <typeinfo>
 #include <vector>
 
 extern "C" uvt_extern::UvtImport* get_uvt_import() { return &uvt_test::test_host::instance(); }
@@ -72,12 +72,18 @@ struct capture_stream {
 std::ios_base::fmtflags to_std(ios_base::fmtflags f)
 {
     static const std::pair<ios_base::fmtflags, std::ios_base::fmtflags> map[] = {
-        {ios_base::boolalpha, std::ios_base::boolalpha}, {ios_base::dec, std::ios_base::dec},
-        {ios_base::hex, std::ios_base::hex},             {ios_base::oct, std::ios_base::oct},
-        {ios_base::left, std::ios_base::left},           {ios_base::right, std::ios_base::right},
-        {ios_base::internal, std::ios_base::internal},   {ios_base::showbase, std::ios_base::showbase},
-        {ios_base::showpos, std::ios_base::showpos},     {ios_base::uppercase, std::ios_base::uppercase},
-        {ios_base::fixed, std::ios_base::fixed},         {ios_base::scientific, std::ios_base::scientific},
+        {ios_base::boolalpha, std::ios_base::boolalpha},
+        {ios_base::dec, std::ios_base::dec},
+        {ios_base::hex, std::ios_base::hex},
+        {ios_base::oct, std::ios_base::oct},
+        {ios_base::left, std::ios_base::left},
+        {ios_base::right, std::ios_base::right},
+        {ios_base::internal, std::ios_base::internal},
+        {ios_base::showbase, std::ios_base::showbase},
+        {ios_base::showpos, std::ios_base::showpos},
+        {ios_base::uppercase, std::ios_base::uppercase},
+        {ios_base::fixed, std::ios_base::fixed},
+        {ios_base::scientific, std::ios_base::scientific},
         {ios_base::showpoint, std::ios_base::showpoint},
     };
     std::ios_base::fmtflags out{};
@@ -212,9 +218,9 @@ TEST(OstreamFormat, PointersAsTheCLibraryPrintsThem)
 // ------------------------------------------------------ floating point
 
 const ios_base::fmtflags float_styles[] = {0, ios_base::fixed, ios_base::scientific,
-                                            ios_base::fixed | ios_base::scientific};
+                                           ios_base::fixed | ios_base::scientific};
 const ios_base::fmtflags float_extras[] = {0, ios_base::showpoint, ios_base::showpos, ios_base::uppercase,
-                                            ios_base::showpoint | ios_base::uppercase | ios_base::showpos};
+                                           ios_base::showpoint | ios_base::uppercase | ios_base::showpos};
 
 template <class F>
 void expect_float_like_standard(F v, format f)
@@ -227,11 +233,38 @@ void expect_float_like_standard(F v, format f)
 // special values, and values whose exact expansion is long.
 TEST(OstreamFloat, TableMatchesTheStandardStreams)
 {
-    const double values[] = {0.0, -0.0, 1.0, 0.5, 2.5, 0.125, 0.375, 9.5, 99.5, 999999.5, 9.9999996, 0.95, 0.05,
-                             1e-5, 9.9995e-5, 123456.789, 1e15, 1e16, 1e17, 1e21, 1.25e22, 1e300, 1e-300,
-                             5e-324, 2.2250738585072014e-308, 1.7976931348623157e308, 0.1, 1.0 / 3,
-                             std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
-                             std::numeric_limits<double>::quiet_NaN(), -std::numeric_limits<double>::quiet_NaN()};
+    const double values[] = {0.0,
+                             -0.0,
+                             1.0,
+                             0.5,
+                             2.5,
+                             0.125,
+                             0.375,
+                             9.5,
+                             99.5,
+                             999999.5,
+                             9.9999996,
+                             0.95,
+                             0.05,
+                             1e-5,
+                             9.9995e-5,
+                             123456.789,
+                             1e15,
+                             1e16,
+                             1e17,
+                             1e21,
+                             1.25e22,
+                             1e300,
+                             1e-300,
+                             5e-324,
+                             2.2250738585072014e-308,
+                             1.7976931348623157e308,
+                             0.1,
+                             1.0 / 3,
+                             std::numeric_limits<double>::infinity(),
+                             -std::numeric_limits<double>::infinity(),
+                             std::numeric_limits<double>::quiet_NaN(),
+                             -std::numeric_limits<double>::quiet_NaN()};
     const long precisions[] = {-1, 0, 1, 2, 5, 6, 16, 17, 18, 19, 20, 30, 60, 400, 1100};
     for (double v : values)
         for (auto style : float_styles)
@@ -267,7 +300,7 @@ TEST(OstreamFloat, RandomSweepMatchesTheStandardStreams)
         const std::uint64_t bits = rng();
         double v;
         std::memcpy(&v, &bits, sizeof v);
-        if (i % 2)  // values of everyday size, with short decimal forms
+        if (i % 2) // values of everyday size, with short decimal forms
             v = static_cast<double>(static_cast<std::int64_t>(rng() % 20000001) - 10000000) /
                 std::pow(10.0, static_cast<int>(rng() % 12));
         const long precision = rng() % 8 == 0 ? static_cast<long>(rng() % 120) : static_cast<long>(rng() % 21);
@@ -281,10 +314,9 @@ TEST(OstreamFloat, RandomSweepMatchesTheStandardStreams)
 TEST(OstreamFormat, Manipulators)
 {
     uvt::ostrstream os(uvt::allocator::global_allocator());
-    os << uvt::setw(5) << uvt::setfill('.') << 42 << '|' << uvt::hex << uvt::showbase << 255 << '|'
-       << uvt::noshowbase << uvt::uppercase << 255 << '|' << uvt::setbase(8) << 8 << '|' << uvt::setbase(3)
-       << 8 << '|' << uvt::boolalpha << true << '|' << uvt::left << uvt::setw(4) << 'a' << '|' << uvt::dec
-       << uvt::setprecision(3) << uvt::ends;
+    os << uvt::setw(5) << uvt::setfill('.') << 42 << '|' << uvt::hex << uvt::showbase << 255 << '|' << uvt::noshowbase
+       << uvt::uppercase << 255 << '|' << uvt::setbase(8) << 8 << '|' << uvt::setbase(3) << 8 << '|' << uvt::boolalpha
+       << true << '|' << uvt::left << uvt::setw(4) << 'a' << '|' << uvt::dec << uvt::setprecision(3) << uvt::ends;
     EXPECT_EQ(std::string(os.c_str(), os.size()), std::string("...42|0xff|FF|10|8|true|a...|\0", 30));
     EXPECT_EQ(os.precision(), 3);
 }
@@ -300,17 +332,17 @@ TEST(IosState, FailingInsertionsSetBadbitAndThrowOnlyByTheMask)
         const char* label;
         void (*prepare)(capture_buf&);
         void (*insert)(uvt::ostream&);
-        const char* text;  // what reaches the buffer
-        const char* what;  // of the failure thrown under the mask
+        const char* text; // what reaches the buffer
+        const char* what; // of the failure thrown under the mask
     } rows[] = {
         {"null string", [](capture_buf&) {}, [](uvt::ostream& os) { os << static_cast<const char*>(nullptr); }, "",
          "basic_ios::clear"},
         {"short write stops the field", [](capture_buf& b) { b.limit = 3; },
          [](uvt::ostream& os) { os << uvt::setw(6) << 12; }, "   ", "basic_ios::clear"},
-        {"buffer throws on <<", [](capture_buf& b) { b.throw_on_write = true; },
-         [](uvt::ostream& os) { os << "abc"; }, "", "capture_buf"},
-        {"buffer throws on put", [](capture_buf& b) { b.throw_on_write = true; },
-         [](uvt::ostream& os) { os.put('x'); }, "", "capture_buf"},
+        {"buffer throws on <<", [](capture_buf& b) { b.throw_on_write = true; }, [](uvt::ostream& os) { os << "abc"; },
+         "", "capture_buf"},
+        {"buffer throws on put", [](capture_buf& b) { b.throw_on_write = true; }, [](uvt::ostream& os) { os.put('x'); },
+         "", "capture_buf"},
     };
     for (const auto& row : rows) {
         for (bool masked : {false, true}) {
@@ -357,7 +389,7 @@ TEST(OstreamSentry, TiedStreamIsFlushedBeforeEachInsertion)
     s.os.tie(&tied.os);
     s.os << 1 << "x";
     EXPECT_EQ(tied.buf.syncs, 2);
-    s.os.tie(&s.os);  // tied to itself: no endless flushing
+    s.os.tie(&s.os); // tied to itself: no endless flushing
     s.os << 2;
     EXPECT_EQ(s.buf.text, "1x2");
 }
@@ -406,12 +438,12 @@ TEST(IosStorage, IwordAndPwordGrowOnDemandAndKeepTheirValues)
     EXPECT_EQ(s.os.iword(a), 0);
     s.os.iword(a) = 17;
     s.os.pword(b) = &s;
-    EXPECT_EQ(s.os.pword(1000), nullptr);  // grows the table
+    EXPECT_EQ(s.os.pword(1000), nullptr); // grows the table
     EXPECT_EQ(s.os.iword(a), 17);
     EXPECT_EQ(s.os.pword(b), &s);
     EXPECT_TRUE(s.os.good());
 
-    s.os.iword(-1) = 5;  // scratch slot
+    s.os.iword(-1) = 5; // scratch slot
     EXPECT_TRUE(s.os.bad());
     EXPECT_EQ(s.os.iword(a), 17);
 
@@ -458,10 +490,7 @@ TEST(IosStorage, ThreadsGetDistinctIndicesAndIndependentStreams)
 
 std::vector<std::pair<ios_base::event, int>>* event_log;
 
-void log_event(ios_base::event e, ios_base&, int index)
-{
-    event_log->push_back({e, index});
-}
+void log_event(ios_base::event e, ios_base&, int index) { event_log->push_back({e, index}); }
 
 TEST(IosCallbacks, CalledLastRegisteredFirstOnCopyfmtAndDestruction)
 {
@@ -483,8 +512,9 @@ TEST(IosCallbacks, CalledLastRegisteredFirstOnCopyfmtAndDestruction)
         EXPECT_EQ(target.os.fill(), '#');
         EXPECT_EQ(target.os.iword(4), 44);
         using E = ios_base;
-        EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{
-                           {E::erase_event, 2}, {E::erase_event, 1}, {E::copyfmt_event, 3}}));
+        EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{{E::erase_event, 2},
+                                                                     {E::erase_event, 1},
+                                                                     {E::copyfmt_event, 3}}));
         log.clear();
     }
     EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{{ios_base::erase_event, 3}}));
@@ -519,7 +549,7 @@ TEST(IosCallbacks, GrowthFailureLeavesTheTableAndThrowsItsOwnMessage)
 {
     const struct {
         int line;
-        unsigned long failing_allocation;  // of the growth: 1 functions, 2 indices
+        unsigned long failing_allocation; // of the growth: 1 functions, 2 indices
         const char* message;
     } rows[] = {
         {__LINE__, 1, "ios_base::register_callback bad_alloc"},
@@ -597,8 +627,8 @@ void prepare(state_holder& s, int tag, uvt::ostream* tie)
 // What a state transfer carries, as one text.
 std::string summary(state_holder& s, const void* tied)
 {
-    return std::to_string(s.flags()) + " p" + std::to_string(s.precision()) + " w" + std::to_string(s.width()) +
-           " " + s.fill() + (s.tie() == tied ? " tied" : " untied") + " i" + std::to_string(s.iword(3)) + " s" +
+    return std::to_string(s.flags()) + " p" + std::to_string(s.precision()) + " w" + std::to_string(s.width()) + " " +
+           s.fill() + (s.tie() == tied ? " tied" : " untied") + " i" + std::to_string(s.iword(3)) + " s" +
            std::to_string(s.rdstate());
 }
 
@@ -638,9 +668,10 @@ TEST(IosState, SwapExchangesAndInitKeepsTheTables)
     }
     // Each callback went with its table and is erased with its new owner:
     // b_was (2), a_was (1), then b holding a's (1) and a holding b's (2).
-    EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{
-                       {ios_base::erase_event, 2}, {ios_base::erase_event, 1}, {ios_base::erase_event, 1},
-                       {ios_base::erase_event, 2}}));
+    EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{{ios_base::erase_event, 2},
+                                                                 {ios_base::erase_event, 1},
+                                                                 {ios_base::erase_event, 1},
+                                                                 {ios_base::erase_event, 2}}));
 }
 
 TEST(IosFailure, NullFacetPointerIsABadCast)

@@ -30,7 +30,7 @@ namespace fs = std::filesystem;
 {
     if (depth > 0) {
         fail(depth - 1);
-        asm volatile("");  // keeps the recursion out of tail position
+        asm volatile(""); // keeps the recursion out of tail position
         return;
     }
     try {

@@ -19,10 +19,7 @@ namespace {
 // Points a descriptor at a fresh temporary file for the life of the object.
 class redirected {
 public:
-    explicit redirected(int fd) : fd_(fd), saved_(::dup(fd)), file_(std::tmpfile())
-    {
-        ::dup2(::fileno(file_), fd_);
-    }
+    explicit redirected(int fd) : fd_(fd), saved_(::dup(fd)), file_(std::tmpfile()) { ::dup2(::fileno(file_), fd_); }
     ~redirected()
     {
         ::dup2(saved_, fd_);

@@ -7,8 +7,8 @@
 #include "support/test_allocator.h"
 
 #include <uvt/ios>
-#include <uvt/sstream>
 #include <uvt/new>
+#include <uvt/sstream>
 #include <uvt/string>
 
 #include <gtest/gtest.h>
@@ -71,8 +71,10 @@ private:
 std::ios_base::fmtflags to_std_flags(ios_base::fmtflags f)
 {
     static const std::pair<ios_base::fmtflags, std::ios_base::fmtflags> map[] = {
-        {ios_base::boolalpha, std::ios_base::boolalpha}, {ios_base::dec, std::ios_base::dec},
-        {ios_base::hex, std::ios_base::hex},             {ios_base::oct, std::ios_base::oct},
+        {ios_base::boolalpha, std::ios_base::boolalpha},
+        {ios_base::dec, std::ios_base::dec},
+        {ios_base::hex, std::ios_base::hex},
+        {ios_base::oct, std::ios_base::oct},
         {ios_base::skipws, std::ios_base::skipws},
     };
     std::ios_base::fmtflags out{};
@@ -104,11 +106,11 @@ struct script_case {
 };
 
 // One generic lambda gives both instantiations.
-#define SCRIPT(line, input, body)                                                                    \
-    script_case                                                                                      \
-    {                                                                                                \
-        line, input, [](uvt::istream& is, std::string& log) { body; },                               \
-            [](std::istream& is, std::string& log) { body; }                                         \
+#define SCRIPT(line, input, body) \
+    script_case \
+    { \
+        line, input, [](uvt::istream& is, std::string& log) { body; }, \
+            [](std::istream& is, std::string& log) { body; } \
     }
 
 // Words and lines into the library's string and into the standard one.
@@ -172,137 +174,150 @@ void note_state(std::string& log, const std::string& what, const Stream& s)
     log += what + " " + state_of(s) + "; ";
 }
 
-std::string chars(const char* s, std::streamsize n)
-{
-    return std::string(s, static_cast<std::size_t>(n));
-}
+std::string chars(const char* s, std::streamsize n) { return std::string(s, static_cast<std::size_t>(n)); }
 
 const script_case unformatted_cases[] = {
-    SCRIPT(__LINE__, "key=value\nnext", {
-        for (char delim : {'=', '=', '\n', '\n'}) {
-            note(log, copy_to_buffer(is, delim), is);
-            note(log, std::to_string(is.get()), is);
-        }
-    }),
-    SCRIPT(__LINE__, "xyz", {
-        char c = '?';
-        is.get(c);
-        note(log, std::string(1, c), is);
-        note(log, std::to_string(is.peek()), is);
-        is.get(c).get(c).get(c);
-        note(log, std::string(1, c), is);
-        note(log, std::to_string(is.peek()), is);
-    }),
-    SCRIPT(__LINE__, "hello world", {
-        char buf[8];
-        for (int n : {5, 8, 1}) {
-            is.read(buf, n);
-            note(log, chars(buf, is.gcount()), is);
-        }
-    }),
-    SCRIPT(__LINE__, "line one\nline two is long\n\nend", {
-        char buf[10];
-        for (int i = 0; i < 6; ++i) {
-            is.getline(buf, sizeof buf);
-            note(log, buf, is);
-            is.clear(is.rdstate() & ~is.failbit);
-        }
-    }),
-    SCRIPT(__LINE__, "123456789\nx", {
-        char buf[10];
-        for (int i = 0; i < 2; ++i) {
-            is.getline(buf, 10);  // first nine characters fit and the delimiter is taken
-            note(log, buf, is);
-        }
-    }),
-    SCRIPT(__LINE__, "a;b;;c", {
-        char buf[4];
-        for (int i = 0; i < 5; ++i) {
-            is.getline(buf, 4, ';');
-            note(log, buf, is);
-        }
-    }),
-    SCRIPT(__LINE__, "first\nsecond line\n", {
-        char buf[6];
-        is.get(buf, 6);
-        note(log, buf, is);
-        is.get(buf, 6);  // stops at the newline: nothing extracted
-        note(log, buf, is);
-        is.clear();
-        note(log, std::to_string(is.get()), is);
-        is.get(buf, 6, 'l');
-        note(log, buf, is);
-        is.get(buf, 0);
-        note(log, "", is);
-    }),
-    SCRIPT(__LINE__, "skip these words|then", {
-        is.ignore(5);
-        note(log, std::string(1, char(is.peek())), is);
-        is.ignore(100, '|');
-        note(log, std::string(1, char(is.peek())), is);
-        is.ignore(std::numeric_limits<std::streamsize>::max());
-        note(log, "", is);
-    }),
-    SCRIPT(__LINE__, "abc", {
-        note(log, "", is.ignore(2, 'z'));
-        note(log, "", is.ignore().ignore());
-    }),
-    SCRIPT(__LINE__, "", {
-        char buf[4] = "zz";
-        is.getline(buf, 4);
-        note(log, buf, is);
-        is.clear();
-        note(log, std::to_string(is.peek()), is);
-        is.clear();
-        note(log, "", is.read(buf, 2));
-    }),
-    SCRIPT(__LINE__, "  alpha beta\tgamma\n\v delta", {
-        for (int i = 0; i < 5; ++i)
-            note_state(log, read_word(is), is);
-    }),
-    SCRIPT(__LINE__, "  alpha beta", {
-        char word[8] = "xx";
-        is.width(4);
-        is >> word;
-        note_state(log, word, is);
-        is >> word;
-        note_state(log, word, is);
-        is.unsetf(is.skipws);
-        is >> word;  // stops at the blank at once
-        note_state(log, word, is);
-        is.width(1);  // room for the terminating zero only
-        is.clear();
-        is >> word;
-        note_state(log, word, is);
-        note_state(log, read_word(is), is);
-    }),
-    SCRIPT(__LINE__, "wide", {
-        is.width(3);
-        note_state(log, read_word(is), is);
-        note_state(log, read_word(is), is);
-        note_state(log, std::to_string(is.width()), is);
-    }),
-    SCRIPT(__LINE__, "first\nsecond is a line longer than the forty characters kept inline\n\nlast", {
-        for (int i = 0; i < 5; ++i)
-            note_state(log, read_line(is), is);
-    }),
-    SCRIPT(__LINE__, "a,b,,c", {
-        for (int i = 0; i < 5; ++i)
-            note_state(log, read_line(is, ','), is);
-    }),
-    SCRIPT(__LINE__, "pq", {
-        char c;
-        is.get(c);
-        is.putback('p');
-        note(log, std::string(1, char(is.get())), is);
-        is.unget();
-        note(log, std::string(1, char(is.get())), is);
-        is.get();
-        is.get();  // end: eofbit and failbit
-        is.clear(is.eofbit);
-        is.unget();  // clears eofbit first
-        note(log, std::string(1, char(is.get())), is);
-    }),
+    SCRIPT(__LINE__, "key=value\nnext",
+           {
+               for (char delim : {'=', '=', '\n', '\n'}) {
+                   note(log, copy_to_buffer(is, delim), is);
+                   note(log, std::to_string(is.get()), is);
+               }
+           }),
+    SCRIPT(__LINE__, "xyz",
+           {
+               char c = '?';
+               is.get(c);
+               note(log, std::string(1, c), is);
+               note(log, std::to_string(is.peek()), is);
+               is.get(c).get(c).get(c);
+               note(log, std::string(1, c), is);
+               note(log, std::to_string(is.peek()), is);
+           }),
+    SCRIPT(__LINE__, "hello world",
+           {
+               char buf[8];
+               for (int n : {5, 8, 1}) {
+                   is.read(buf, n);
+                   note(log, chars(buf, is.gcount()), is);
+               }
+           }),
+    SCRIPT(__LINE__, "line one\nline two is long\n\nend",
+           {
+               char buf[10];
+               for (int i = 0; i < 6; ++i) {
+                   is.getline(buf, sizeof buf);
+                   note(log, buf, is);
+                   is.clear(is.rdstate() & ~is.failbit);
+               }
+           }),
+    SCRIPT(__LINE__, "123456789\nx",
+           {
+               char buf[10];
+               for (int i = 0; i < 2; ++i) {
+                   is.getline(buf, 10); // first nine characters fit and the delimiter is taken
+                   note(log, buf, is);
+               }
+           }),
+    SCRIPT(__LINE__, "a;b;;c",
+           {
+               char buf[4];
+               for (int i = 0; i < 5; ++i) {
+                   is.getline(buf, 4, ';');
+                   note(log, buf, is);
+               }
+           }),
+    SCRIPT(__LINE__, "first\nsecond line\n",
+           {
+               char buf[6];
+               is.get(buf, 6);
+               note(log, buf, is);
+               is.get(buf, 6); // stops at the newline: nothing extracted
+               note(log, buf, is);
+               is.clear();
+               note(log, std::to_string(is.get()), is);
+               is.get(buf, 6, 'l');
+               note(log, buf, is);
+               is.get(buf, 0);
+               note(log, "", is);
+           }),
+    SCRIPT(__LINE__, "skip these words|then",
+           {
+               is.ignore(5);
+               note(log, std::string(1, char(is.peek())), is);
+               is.ignore(100, '|');
+               note(log, std::string(1, char(is.peek())), is);
+               is.ignore(std::numeric_limits<std::streamsize>::max());
+               note(log, "", is);
+           }),
+    SCRIPT(__LINE__, "abc",
+           {
+               note(log, "", is.ignore(2, 'z'));
+               note(log, "", is.ignore().ignore());
+           }),
+    SCRIPT(__LINE__, "",
+           {
+               char buf[4] = "zz";
+               is.getline(buf, 4);
+               note(log, buf, is);
+               is.clear();
+               note(log, std::to_string(is.peek()), is);
+               is.clear();
+               note(log, "", is.read(buf, 2));
+           }),
+    SCRIPT(__LINE__, "  alpha beta\tgamma\n\v delta",
+           {
+               for (int i = 0; i < 5; ++i)
+                   note_state(log, read_word(is), is);
+           }),
+    SCRIPT(__LINE__, "  alpha beta",
+           {
+               char word[8] = "xx";
+               is.width(4);
+               is >> word;
+               note_state(log, word, is);
+               is >> word;
+               note_state(log, word, is);
+               is.unsetf(is.skipws);
+               is >> word; // stops at the blank at once
+               note_state(log, word, is);
+               is.width(1); // room for the terminating zero only
+               is.clear();
+               is >> word;
+               note_state(log, word, is);
+               note_state(log, read_word(is), is);
+           }),
+    SCRIPT(__LINE__, "wide",
+           {
+               is.width(3);
+               note_state(log, read_word(is), is);
+               note_state(log, read_word(is), is);
+               note_state(log, std::to_string(is.width()), is);
+           }),
+    SCRIPT(__LINE__, "first\nsecond is a line longer than the forty characters kept inline\n\nlast",
+           {
+               for (int i = 0; i < 5; ++i)
+                   note_state(log, read_line(is), is);
+           }),
+    SCRIPT(__LINE__, "a,b,,c",
+           {
+               for (int i = 0; i < 5; ++i)
+                   note_state(log, read_line(is, ','), is);
+           }),
+    SCRIPT(__LINE__, "pq",
+           {
+               char c;
+               is.get(c);
+               is.putback('p');
+               note(log, std::string(1, char(is.get())), is);
+               is.unget();
+               note(log, std::string(1, char(is.get())), is);
+               is.get();
+               is.get(); // end: eofbit and failbit
+               is.clear(is.eofbit);
+               is.unget(); // clears eofbit first
+               note(log, std::string(1, char(is.get())), is);
+           }),
 };
 
 template <class C>
@@ -362,7 +377,7 @@ TEST(IstreamUnformatted, RunsAcrossRefillsOfBothCharacterTypes)
     expect_runs_like_standard(__LINE__, text, [](auto& is, std::string& log) {
         typename std::remove_reference_t<decltype(is)>::char_type buf[5];
         for (int i = 0; i < 7; ++i) {
-            is.getline(buf, 5);  // lines of 4 fit with their delimiter, longer ones fail
+            is.getline(buf, 5); // lines of 4 fit with their delimiter, longer ones fail
             note(log, narrow(buf), is);
             is.clear(is.rdstate() & ~is.failbit);
         }
@@ -371,7 +386,7 @@ TEST(IstreamUnformatted, RunsAcrossRefillsOfBothCharacterTypes)
         using C = typename std::remove_reference_t<decltype(is)>::char_type;
         C buf[4];
         note(log, "", is.ignore(4, C('\n')));
-        note(log, "", is.ignore(6, C('\n')));  // stops on the limit just before the delimiter
+        note(log, "", is.ignore(6, C('\n'))); // stops on the limit just before the delimiter
         is.get(buf, 4);
         note(log, narrow(buf), is);
         note(log, "", is.ignore(100, C(';')));
@@ -437,20 +452,75 @@ void expect_extraction_like_standard(const std::string& text, ios_base::fmtflags
     ASSERT_EQ(extract_once<T>(wis, flags), expected) << "wide text \"" << text << "\"";
 }
 
-const char* const integer_texts[] = {
-    "0", "42", "-42", "+7 ", " \t\n\v\f\r12", "0x1f", "0X1Fg", "017", "08", "0x", "0xz", "x1", "-", "+", "", "   ",
-    "-1", "-0", "0000", "00012", "ff", "FFg", "12abc", "1 2", "1e5", "- 5", "-0x10", "1.5", "127", "128", "-129",
-    "255", "32767", "32768", "-32768", "-32769", "65535", "65536", "-65535", "-65536", "2147483647", "2147483648",
-    "-2147483648", "-2147483649", "4294967295", "4294967296", "-4294967295", "-4294967296", "9223372036854775807",
-    "9223372036854775808", "-9223372036854775808", "-9223372036854775809", "18446744073709551615",
-    "18446744073709551616", "-18446744073709551615", "-18446744073709551616", "99999999999999999999999999999x",
-    "0xffffffffffffffff", "0x10000000000000000", "0777777777777777777777", "01777777777777777777777",
-    "02000000000000000000000"
-};
+const char* const integer_texts[] = {"0",
+                                     "42",
+                                     "-42",
+                                     "+7 ",
+                                     " \t\n\v\f\r12",
+                                     "0x1f",
+                                     "0X1Fg",
+                                     "017",
+                                     "08",
+                                     "0x",
+                                     "0xz",
+                                     "x1",
+                                     "-",
+                                     "+",
+                                     "",
+                                     "   ",
+                                     "-1",
+                                     "-0",
+                                     "0000",
+                                     "00012",
+                                     "ff",
+                                     "FFg",
+                                     "12abc",
+                                     "1 2",
+                                     "1e5",
+                                     "- 5",
+                                     "-0x10",
+                                     "1.5",
+                                     "127",
+                                     "128",
+                                     "-129",
+                                     "255",
+                                     "32767",
+                                     "32768",
+                                     "-32768",
+                                     "-32769",
+                                     "65535",
+                                     "65536",
+                                     "-65535",
+                                     "-65536",
+                                     "2147483647",
+                                     "2147483648",
+                                     "-2147483648",
+                                     "-2147483649",
+                                     "4294967295",
+                                     "4294967296",
+                                     "-4294967295",
+                                     "-4294967296",
+                                     "9223372036854775807",
+                                     "9223372036854775808",
+                                     "-9223372036854775808",
+                                     "-9223372036854775809",
+                                     "18446744073709551615",
+                                     "18446744073709551616",
+                                     "-18446744073709551615",
+                                     "-18446744073709551616",
+                                     "99999999999999999999999999999x",
+                                     "0xffffffffffffffff",
+                                     "0x10000000000000000",
+                                     "0777777777777777777777",
+                                     "01777777777777777777777",
+                                     "02000000000000000000000"};
 
 const ios_base::fmtflags integer_flags[] = {
-    ios_base::dec | ios_base::skipws, ios_base::hex | ios_base::skipws, ios_base::oct | ios_base::skipws,
-    ios_base::skipws, ios_base::dec,
+    ios_base::dec | ios_base::skipws,
+    ios_base::hex | ios_base::skipws,
+    ios_base::oct | ios_base::skipws,
+    ios_base::skipws,
+    ios_base::dec,
 };
 
 template <class T>
@@ -475,10 +545,8 @@ TEST(IstreamNumbers, IntegersOfEveryTypeMatchTheStandardStreams)
 
 TEST(IstreamNumbers, BooleansAsNumbersAndAsWords)
 {
-    const char* const texts[] = {
-        "0", "1", "2", "-1", "01", "true", "false", " true ", "tru", "fals", "falsey", "t", "f", "True", "",
-        "truefalse", "x", "trUe"
-    };
+    const char* const texts[] = {"0",    "1",      "2", "-1", "01",   "true", "false",     " true ", "tru",
+                                 "fals", "falsey", "t", "f",  "True", "",     "truefalse", "x",      "trUe"};
     for (const char* text : texts) {
         expect_extraction_like_standard<bool>(text, ios_base::skipws | ios_base::dec);
         expect_extraction_like_standard<bool>(text, ios_base::skipws | ios_base::boolalpha);
@@ -489,14 +557,50 @@ TEST(IstreamNumbers, BooleansAsNumbersAndAsWords)
 // every kind of malformed and out-of-range text.
 TEST(IstreamNumbers, FloatingPointMatchesTheStandardStreams)
 {
-    const char* const texts[] = {
-        "0", "-0", "1.5", "-2.25", ".5", "5.", ".", "-.", "+.e1", "1e10", "1E+3", "2e-3", "1e", "1e+", "1e-x",
-        "1.5e3.5", "1..5", "1e2e3", "0.000001", "  +3.75abc", "123456789012345678901234567890",
-        "0.000000000000000000000000000000125", "1e400", "-1e400", "1e-400", "nan", "inf", "0x1p3",
-        "1e99999999999999999", "-1e-99999999999999999", "00000.00000125", "3.4028234663852886e38", "3.5e38",
-        "-3.5e38", "1e-50", "1.7976931348623157e308", "1.8e308", "12345678901234567890e-10", "", "-", "e5", "0e0",
-        "0.0e-999", "1,5"
-    };
+    const char* const texts[] = {"0",
+                                 "-0",
+                                 "1.5",
+                                 "-2.25",
+                                 ".5",
+                                 "5.",
+                                 ".",
+                                 "-.",
+                                 "+.e1",
+                                 "1e10",
+                                 "1E+3",
+                                 "2e-3",
+                                 "1e",
+                                 "1e+",
+                                 "1e-x",
+                                 "1.5e3.5",
+                                 "1..5",
+                                 "1e2e3",
+                                 "0.000001",
+                                 "  +3.75abc",
+                                 "123456789012345678901234567890",
+                                 "0.000000000000000000000000000000125",
+                                 "1e400",
+                                 "-1e400",
+                                 "1e-400",
+                                 "nan",
+                                 "inf",
+                                 "0x1p3",
+                                 "1e99999999999999999",
+                                 "-1e-99999999999999999",
+                                 "00000.00000125",
+                                 "3.4028234663852886e38",
+                                 "3.5e38",
+                                 "-3.5e38",
+                                 "1e-50",
+                                 "1.7976931348623157e308",
+                                 "1.8e308",
+                                 "12345678901234567890e-10",
+                                 "",
+                                 "-",
+                                 "e5",
+                                 "0e0",
+                                 "0.0e-999",
+                                 "1,5"};
     for (const char* text : texts) {
         expect_extraction_like_standard<float>(text, ios_base::skipws);
         expect_extraction_like_standard<double>(text, ios_base::skipws);
@@ -550,12 +654,12 @@ TEST(IstreamState, FailuresThrowThroughTheExceptionMask)
     }
     EXPECT_EQ(v, 0);
     EXPECT_TRUE(is.fail());
-    is.exceptions(ios_base::eofbit);  // the state is still failbit: no throw
+    is.exceptions(ios_base::eofbit); // the state is still failbit: no throw
     is.clear();
     char rest[8];
     EXPECT_THROW(is.read(rest, sizeof rest), ios_base::failure);
     EXPECT_TRUE(is.eof());
-    EXPECT_EQ(is.gcount(), 1);  // the "x" the failed extraction left
+    EXPECT_EQ(is.gcount(), 1); // the "x" the failed extraction left
 }
 
 // A buffer that throws while the stream reads.

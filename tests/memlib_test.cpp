@@ -47,9 +47,8 @@ struct routines {
     wchar_t* (*wcscat)(wchar_t*, const wchar_t*);
 };
 
-const routines internal_names{"internal names", memcpy_impl, memmove_impl, memset_impl, strlen_impl,
-                              strnlen_impl,     wcslen_impl, wcsnlen_impl, strcpy_impl, strcat_impl,
-                              wcscpy_impl,      wcscat_impl};
+const routines internal_names{"internal names", memcpy_impl,  memmove_impl, memset_impl, strlen_impl, strnlen_impl,
+                              wcslen_impl,      wcsnlen_impl, strcpy_impl,  strcat_impl, wcscpy_impl, wcscat_impl};
 
 // The loaded library, found through one of its functions.
 void* library_handle()
@@ -88,8 +87,8 @@ const routines c_names{"C names",
                        c_name<wchar_t* (*)(wchar_t*, const wchar_t*)>("wcscat")};
 #endif
 
-constexpr const char* c_function_names[] = {"memcpy", "memmove", "memset", "strlen", "strnlen", "wcslen",
-                                            "wcsnlen", "strcpy", "strcat", "wcscpy", "wcscat"};
+constexpr const char* c_function_names[] = {"memcpy",  "memmove", "memset", "strlen", "strnlen", "wcslen",
+                                            "wcsnlen", "strcpy",  "strcat", "wcscpy", "wcscat"};
 
 TEST(MemlibExport, CNamesAreTheLibrarysExactlyWhenExported)
 {
@@ -108,7 +107,7 @@ TEST(MemlibExport, CNamesAreTheLibrarysExactlyWhenExported)
 
 unsigned char pattern(std::size_t i, unsigned seed)
 {
-    return static_cast<unsigned char>((i * 167 + seed * 59 + (i >> 8)) % 251 + 1);  // never 0
+    return static_cast<unsigned char>((i * 167 + seed * 59 + (i >> 8)) % 251 + 1); // never 0
 }
 
 void fill(unsigned char* p, std::size_t n, unsigned seed)
@@ -128,7 +127,7 @@ std::size_t first_mismatch(const unsigned char* p, std::size_t n, Expected expec
 }
 
 constexpr std::size_t max_size = 300;
-constexpr std::size_t margin = 64;  // untouched bytes checked on both sides
+constexpr std::size_t margin = 64; // untouched bytes checked on both sides
 
 class Memlib : public ::testing::TestWithParam<const routines*> {
 protected:
@@ -156,7 +155,7 @@ TEST_P(Memlib, MemcpyEverySizeAndMisalignment)
 
 // dst - src for the overlapping moves: both directions, within and beyond a
 // 16-byte block, a 32-byte round and the 64-byte threshold.
-constexpr long overlap_shifts[] = {-300, -100, -65, -64, -63, -33, -32, -31, -17, -16, -15, -8, -7, -3, -2, -1, 0,
+constexpr long overlap_shifts[] = {-300, -100, -65, -64, -63, -33, -32, -31, -17, -16, -15, -8, -7, -3, -2,  -1, 0,
                                    1,    2,    3,   7,   8,   15,  16,  17,  31,  32,  33,  63, 64, 65, 100, 300};
 
 TEST_P(Memlib, MemmoveOverlappingBothWays)
@@ -235,7 +234,7 @@ TEST_P(Memlib, LargeCopiesAndMoves)
 TEST_P(Memlib, MemsetEverySizeAndMisalignment)
 {
     alignas(64) static unsigned char dst[max_size + 2 * margin];
-    for (int c : {0, 0xA5, 0x17F})  // only the low byte of c counts
+    for (int c : {0, 0xA5, 0x17F}) // only the low byte of c counts
         for (std::size_t n = 0; n <= max_size; ++n)
             for (std::size_t da = 0; da < 16; ++da) {
                 fill(dst, sizeof dst, 7);
@@ -574,7 +573,7 @@ class MemlibChecked : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        struct sigaction action{};
+        struct sigaction action {};
         action.sa_handler = [](int) { segv_count = segv_count + 1; };
         sigemptyset(&action.sa_mask);
         ASSERT_EQ(sigaction(SIGSEGV, &action, &previous_), 0);
@@ -599,10 +598,10 @@ protected:
     }
 
     char dst_[64];
-    static constexpr char prefix_[] = "ab";  // with its terminator
+    static constexpr char prefix_[] = "ab"; // with its terminator
 
 private:
-    struct sigaction previous_{};
+    struct sigaction previous_ {};
 };
 
 TEST_F(MemlibChecked, RaiseSigsegvAndCarryOn)
@@ -644,8 +643,8 @@ constexpr std::uint32_t ecx_sse3 = 1u << 0, ecx_pclmul = 1u << 1, ecx_ssse3 = 1u
                         ecx_avx = 1u << 28;
 constexpr std::uint32_t ebx7_avx2 = 1u << 5;
 constexpr std::uint64_t xcr0_xmm_ymm = 0x6;
-constexpr std::uint32_t ecx_all = ecx_sse3 | ecx_pclmul | ecx_ssse3 | ecx_sse41 | ecx_sse42 | ecx_popcnt | ecx_aes |
-                                  ecx_osxsave | ecx_avx;
+constexpr std::uint32_t ecx_all =
+    ecx_sse3 | ecx_pclmul | ecx_ssse3 | ecx_sse41 | ecx_sse42 | ecx_popcnt | ecx_aes | ecx_osxsave | ecx_avx;
 
 TEST(MemlibCpuLevel, ClassifiesEveryLevel)
 {
@@ -681,8 +680,8 @@ TEST(MemlibCpuLevel, ClassifiesEveryLevel)
 
 TEST(MemlibCpuLevel, NeverSevenAndNeverAboveWhatIsPresent)
 {
-    const std::uint32_t bits[] = {ecx_sse3, ecx_pclmul, ecx_ssse3, ecx_sse41, ecx_sse42,
-                                  ecx_popcnt, ecx_aes, ecx_osxsave, ecx_avx};
+    const std::uint32_t bits[] = {ecx_sse3,   ecx_pclmul, ecx_ssse3,   ecx_sse41, ecx_sse42,
+                                  ecx_popcnt, ecx_aes,    ecx_osxsave, ecx_avx};
     for (std::uint32_t subset = 0; subset < (1u << std::size(bits)); ++subset) {
         std::uint32_t ecx = 0;
         for (std::size_t i = 0; i < std::size(bits); ++i)
@@ -729,7 +728,7 @@ TEST(MemlibDispatch, TablesFollowTheLevel)
     const CopyLoops copy = level >= CPU_SSSE3 ? CopyLoops::ssse3 : CopyLoops::sse2;
     EXPECT_EQ(d.memcpyLoops, copy);
     EXPECT_EQ(d.memmoveLoops, copy);
-    const StrncpyLoops strncpy = level >= CPU_AVX2  ? StrncpyLoops::avx2
+    const StrncpyLoops strncpy = level >= CPU_AVX2   ? StrncpyLoops::avx2
                                  : level > CPU_SSE42 ? StrncpyLoops::avx
                                                      : StrncpyLoops::sse2;
     EXPECT_EQ(d.strncpyLoops, strncpy);

@@ -23,10 +23,7 @@ using uvt_test::counting_allocator;
 
 namespace {
 
-bool aligned_to(const void* p, unsigned long alignment)
-{
-    return reinterpret_cast<std::uintptr_t>(p) % alignment == 0;
-}
+bool aligned_to(const void* p, unsigned long alignment) { return reinterpret_cast<std::uintptr_t>(p) % alignment == 0; }
 
 // A fresh malloc allocator of its own, so that fault injection does not
 // disturb the process-wide one.
@@ -123,10 +120,10 @@ TEST(ProcessWideAllocators, WithoutHostAllAreTheMallocAllocator)
 {
     allocator& global = allocator::global_allocator();
     EXPECT_EQ(&global, &allocator::internal_global_allocator());
-    for (allocator* a : {&allocator::null_allocator(), &allocator::composite_allocator(),
-                         &allocator::allocate_only_allocator(), &allocator::adaptor_allocator(),
-                         &uvt::get_emergency_allocator(), &uvt::exception::default_allocator(),
-                         uvt_extern::import::get_out_of_memory_allocator()})
+    for (allocator* a :
+         {&allocator::null_allocator(), &allocator::composite_allocator(), &allocator::allocate_only_allocator(),
+          &allocator::adaptor_allocator(), &uvt::get_emergency_allocator(), &uvt::exception::default_allocator(),
+          uvt_extern::import::get_out_of_memory_allocator()})
         EXPECT_EQ(a, &global);
     EXPECT_EQ(&global, &uvt_extern::UvtMallocAllocator::instance());
     EXPECT_STREQ(global.getName().c_str(), "UvtMallocAllocator");
@@ -180,7 +177,7 @@ TEST(MallocAllocator, ReferencesKeepABlockAllocatorAlive)
     EXPECT_EQ(impl->referenceCount(), 2u);
     block.reset();
     EXPECT_EQ(impl->referenceCount(), 1u);
-    void* p = copy->allocate(8);  // still usable
+    void* p = copy->allocate(8); // still usable
     copy->deallocate(p);
     impl->addReferences(3);
     EXPECT_EQ(impl->referenceCount(), 4u);

@@ -27,8 +27,8 @@ struct expansion_case {
     int line;
     const char* text;
     std::vector<param> params;
-    std::string streamed;  // through msg_write_stream
-    std::string bytes;     // through msg_byte_stream
+    std::string streamed; // through msg_write_stream
+    std::string bytes;    // through msg_byte_stream
 };
 
 std::string expand_to_stream(const uvt::exception_node& n)
@@ -56,10 +56,16 @@ void build(uvt::message_list& list, const char* text, const std::vector<param>& 
 }
 
 const std::vector<expansion_case> expansion_cases = {
-    {__LINE__, "Index $IDX$ out of range [$BEG$, $END$)", {{"IDX", "7"}, {"BEG", "0"}, {"END", "5"}},
-     "Index 7 out of range [0, 5)", "Index 7 out of range [0, 5)"},
-    {__LINE__, "Index $IDX$ out of range [$BEG$, $END$)", {{"END", "5"}, {"BEG", "0"}, {"IDX", "7"}},
-     "Index 7 out of range [0, 5)", "Index 7 out of range [0, 5)"},
+    {__LINE__,
+     "Index $IDX$ out of range [$BEG$, $END$)",
+     {{"IDX", "7"}, {"BEG", "0"}, {"END", "5"}},
+     "Index 7 out of range [0, 5)",
+     "Index 7 out of range [0, 5)"},
+    {__LINE__,
+     "Index $IDX$ out of range [$BEG$, $END$)",
+     {{"END", "5"}, {"BEG", "0"}, {"IDX", "7"}},
+     "Index 7 out of range [0, 5)",
+     "Index 7 out of range [0, 5)"},
     {__LINE__, "Failed", {{"X", "1"}}, "Failed; $X$=1", "Failed; $X$=1"},
     {__LINE__, "Failed", {{"X", "1"}, {"Y", "2"}}, "Failed; $X$=1; $Y$=2", "Failed; $X$=1; $Y$=2"},
     {__LINE__, "Value $V$", {{"V", "1"}, {"V", "2", true}}, "Value 2", "Value 2"},
@@ -72,7 +78,7 @@ const std::vector<expansion_case> expansion_cases = {
     {__LINE__, "a $B", {}, "a ", "a "},
     {__LINE__, "a $$ b $X$", {{"X", "1"}}, "a ; $X$=1", "a ; $X$=1"},
     {__LINE__, "$UNKNOWN$ stays", {}, "$UNKNOWN$ stays", "$UNKNOWN$ stays"},
-    {__LINE__, "$A$B$C", {{"B", "1"}}, "$A$B; $B$=1", "$A$B; $B$=1"},  // the closing "$" opens nothing
+    {__LINE__, "$A$B$C", {{"B", "1"}}, "$A$B; $B$=1", "$A$B; $B$=1"}, // the closing "$" opens nothing
     {__LINE__, "price \\$5", {}, "price $5", "price $5"},
     {__LINE__, "\\$X\\$", {{"X", "1"}}, "$X$; $X$=1", "$X$; $X$=1"},
     {__LINE__, "back\\\\slash \\n", {}, "back\\slash n", "back\\slash n"},
@@ -82,7 +88,10 @@ const std::vector<expansion_case> expansion_cases = {
     {__LINE__, "Failed", {{"", "done."}}, "Failed done.", "Failed. done."},
     {__LINE__, "Failed", {{"X", "v  \r\n"}}, "Failed; $X$=v", "Failed; $X$=v  \r\n"},
     {__LINE__, "Failed", {{"E", "l1\nl2\n"}}, "Failed\n$E$=\nl1\nl2\n", "Failed; $E$=l1\nl2\n"},
-    {__LINE__, "Failed", {{"E", "l1\nl2"}, {"F", "x"}, {"G", "y"}}, "Failed\n$E$=\nl1\nl2\n$F$=x; $G$=y",
+    {__LINE__,
+     "Failed",
+     {{"E", "l1\nl2"}, {"F", "x"}, {"G", "y"}},
+     "Failed\n$E$=\nl1\nl2\n$F$=x; $G$=y",
      "Failed; $E$=l1\nl2; $F$=x; $G$=y"},
     {__LINE__, "Failed", {{"", "a\nb"}}, "Failed\na\nb\n", "Failed. a\nb"},
 };
@@ -111,9 +120,9 @@ TEST(Expansion, ByteStreamStopsAtThePieceThatDoesNotFit)
         const char* expected;
     } rows[] = {
         {1, ""},
-        {7, "Index "},   // "7" would be the 7th character: no room for the terminator
-        {8, "Index 7"},  // " out of range" does not fit; neither does the remainder
-        {25, "Index 7 out of range"},  // the remainder "; $X$=1" is all or nothing
+        {7, "Index "},                // "7" would be the 7th character: no room for the terminator
+        {8, "Index 7"},               // " out of range" does not fit; neither does the remainder
+        {25, "Index 7 out of range"}, // the remainder "; $X$=1" is all or nothing
         {28, "Index 7 out of range; $X$=1"},
     };
     for (const auto& row : rows) {
@@ -127,7 +136,7 @@ TEST(Expansion, ByteStreamStopsAtThePieceThatDoesNotFit)
 
 TEST(Expansion, NodeWithoutMessageWritesItsPlainText)
 {
-    alignas(8) unsigned char block[sizeof(uvt::exception_node) + 8];  // with room for an empty text
+    alignas(8) unsigned char block[sizeof(uvt::exception_node) + 8]; // with room for an empty text
     uvt::exception_node* n = uvt::exception_node::construct(block, nullptr, 0, 0, nullptr);
     n->has_message = false;
     n->plain_text = "plain $X$ \\$";
@@ -182,10 +191,8 @@ TEST(BlockSizes, MessagesParametersAndPayloads)
         unsigned long node_bytes;
         unsigned long payload_bytes;
     } messages[] = {
-        {__LINE__, nullptr, 64, 135},
-        {__LINE__, "", 64, 135},
-        {__LINE__, "1234567", 64, 135},
-        {__LINE__, "12345678", 72, 143},
+        {__LINE__, nullptr, 64, 135},           {__LINE__, "", 64, 135},
+        {__LINE__, "1234567", 64, 135},         {__LINE__, "12345678", 72, 143},
         {__LINE__, "123456789012345", 72, 143},
     };
     const struct {
@@ -193,7 +200,10 @@ TEST(BlockSizes, MessagesParametersAndPayloads)
         const char* value;
         unsigned long bytes;
     } params[] = {
-        {__LINE__, nullptr, 40}, {__LINE__, "", 40}, {__LINE__, "1234567", 40}, {__LINE__, "12345678", 41},
+        {__LINE__, nullptr, 40},
+        {__LINE__, "", 40},
+        {__LINE__, "1234567", 40},
+        {__LINE__, "12345678", 41},
     };
     for (const auto& m : messages) {
         SCOPED_TRACE(testing::Message() << "row at line " << m.line);
@@ -247,10 +257,7 @@ TEST(BlockSizes, PayloadIsAlignedInsideItsBlockAndFreedFromItsStart)
 
 // --- exceptions without a host object ---
 
-uvt::exception plain(const char* text = "text")
-{
-    return uvt::exception("demo/unit.cpp", 42, 7, text, nullptr);
-}
+uvt::exception plain(const char* text = "text") { return uvt::exception("demo/unit.cpp", 42, 7, text, nullptr); }
 
 TEST(NoHost, StackCaptureYieldsStatusEightAndNoNote)
 {

@@ -52,11 +52,23 @@ std::string streamed(uvt::allocation_failure_type t)
 
 TEST(AllocationFailureType, TextsOfKnownAndUnexpectedValues)
 {
-    const char* names[] = {"UNKNOWN", "MALFUNCTION", "ILLEGAL_ALLOCATION", "OPERATING_SYSTEM_LIMIT",
-                           "GLOBAL_ALLOCATION_LIMIT", "PROCESS_ALLOCATION_LIMIT", "GENERIC_LIMIT", "USER_LIMIT",
-                           "GENERIC_COMPOSITE_LIMIT", "STATEMENT_MEMORY_LIMIT", "USER_COMPOSITE_LIMIT",
-                           "INTERNAL_ERROR", "NO_COMPACTIONS_ALLOWED", "RECURSION_DETECTED", "IPMM_DEACTIVATED",
-                           "TIME_OUT", "FORBIDDEN"};
+    const char* names[] = {"UNKNOWN",
+                           "MALFUNCTION",
+                           "ILLEGAL_ALLOCATION",
+                           "OPERATING_SYSTEM_LIMIT",
+                           "GLOBAL_ALLOCATION_LIMIT",
+                           "PROCESS_ALLOCATION_LIMIT",
+                           "GENERIC_LIMIT",
+                           "USER_LIMIT",
+                           "GENERIC_COMPOSITE_LIMIT",
+                           "STATEMENT_MEMORY_LIMIT",
+                           "USER_COMPOSITE_LIMIT",
+                           "INTERNAL_ERROR",
+                           "NO_COMPACTIONS_ALLOWED",
+                           "RECURSION_DETECTED",
+                           "IPMM_DEACTIVATED",
+                           "TIME_OUT",
+                           "FORBIDDEN"};
     for (int v = 0; v <= 16; ++v) {
         const auto t = static_cast<uvt::allocation_failure_type>(v);
         EXPECT_STREQ(uvt::get_allocation_failure_type_string(t), names[v]);

@@ -21,10 +21,7 @@ std::string text_of(const Stream& s)
     return std::string(s.data(), s.size());
 }
 
-std::string text_of(const std::stringstream& s)
-{
-    return s.str();
-}
+std::string text_of(const std::stringstream& s) { return s.str(); }
 
 template <class Stream>
 std::string state_of(const Stream& s)
@@ -48,7 +45,6 @@ TEST(Ostringstream, StrIsAStringOfTheStreamsAllocator)
     }
     EXPECT_EQ(a.live_blocks(), 0u);
 }
-
 
 // Growth at least doubles: appending a character at a time costs
 // logarithmically many allocations, and the text stays intact.
@@ -97,7 +93,7 @@ TEST(Istringstream, ReadsTheCallersCharactersInPlace)
     uvt::istringstream is(text, 2, a);
     EXPECT_EQ(is.rdbuf()->data(), text);
     EXPECT_EQ(is.get(), 'a');
-    is.putback('z');  // a different character: refused
+    is.putback('z'); // a different character: refused
     EXPECT_TRUE(is.bad());
     is.clear();
     is.putback('a');
@@ -150,7 +146,7 @@ TEST(Stringstream, ReadsBackWhatWasWrittenLikeTheStandardStream)
         st >> v;
         out += std::to_string(v) + " ";
         st.unget();
-        st.putback('9');  // writable: the character is replaced
+        st.putback('9'); // writable: the character is replaced
         st >> v;
         out += std::to_string(v) + " " + std::to_string(st.tellg());
     };

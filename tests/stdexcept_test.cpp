@@ -35,7 +35,7 @@ std::string expanded(const uvt::exception& e)
     uvt::ostrstream os(uvt::allocator::global_allocator());
     e.print_short(os, true, true);
     std::string s = os.c_str();
-    s.erase(0, s.find(": ") + 2);  // "exception <number>: "
+    s.erase(0, s.find(": ") + 2); // "exception <number>: "
     while (!s.empty() && s.back() == '\n')
         s.pop_back();
     return s;
@@ -58,7 +58,7 @@ struct ThrowCase {
     std::string name;
     std::function<void()> thrower;
     const std::type_info* type;
-    unsigned short type_number;  // the class's published constant
+    unsigned short type_number; // the class's published constant
     std::function<bool(const std::function<void()>&)> caught_as_bases;
     int error_no;
     std::string message;
@@ -98,8 +98,7 @@ std::vector<ThrowCase> class_cases()
         object<bad_cast, exception, std::bad_cast>(
             "bad_cast", [] { return bad_cast(F, 10); }, 2, 1000009, "Bad cast "),
         object<bad_cast, exception, std::bad_cast>(
-            "bad_cast from std", [] { return bad_cast(F, 10, std::bad_cast()); }, 2, 1000009,
-            "Bad cast std::bad_cast"),
+            "bad_cast from std", [] { return bad_cast(F, 10, std::bad_cast()); }, 2, 1000009, "Bad cast std::bad_cast"),
         object<bad_typeid, exception, std::bad_typeid>(
             "bad_typeid", [] { return bad_typeid(F, 10); }, 3, 1000018, "Null pointer in typeid "),
         object<bad_exception, exception, std::bad_exception>(
@@ -174,38 +173,38 @@ std::vector<ThrowCase> helper_cases()
 {
     using namespace uvt;
     return {
-        helper<null_pointer, runtime_error>("throwNullPointer", [] { throwNullPointer(F, 10); }, 1000021,
-                                            "Null pointer dereference"),
-        helper<overflow_error, runtime_error>("throwOverflow", [] { throwOverflow(F, 10); }, 1000024,
-                                              "Integer overflow"),
-        helper<invalid_argument, logic_error>("throwInvalidArgument", [] { throwInvalidArgument(F, 10); }, 1000010,
-                                              "Invalid argument"),
-        helper<runtime_error, exception>("throwInvalidSorting", [] { throwInvalidSorting(F, 10); }, 1000008,
-                                         "Invalid sorting"),
-        helper<runtime_error, exception>("throwBadData", [] { throwBadData(F, 10, 42); }, 1000033,
-                                         "Data error, unexpected value: 42"),
-        helper<out_of_range, logic_error>("throwOutOfRange", [] { throwOutOfRange(F, 10, 7, 0, 5); }, 1000003,
-                                          "Index 7 out of range [0, 5)"),
-        helper<out_of_range, logic_error>("impl::throwOutOfRange text",
-                                          [] { impl::throwOutOfRange(F, 10, "key does not exist in the map"); },
-                                          1000003, "key does not exist in the map"),
-        helper<out_of_range, logic_error>("impl::throwOutOfRange index",
-                                          [] { impl::throwOutOfRange(F, 10, -1, 0, 3); }, 1000003,
-                                          "Index -1 out of range [0, 3)"),
-        helper<regex_error, runtime_error>("regex_error::doThrow",
-                                           [] { regex_error::doThrow(F, 10, error_syntax, "a(b"); }, 1000037,
-                                           "Regular expression error no.ERR_UVT_REGEXP+14:regex_error(error_syntax). a(b"),
-        helper<regex_error, runtime_error>("regex_error::doThrowUserInterrupt",
-                                           [] { regex_error::doThrowUserInterrupt(F, 10); }, 1000037,
-                                           "Regular expression error no.ERR_UVT_REGEXP+15:regex_error. Matching "
-                                           "interrupted by the user"),
-        helper<bad_weak_ptr, exception>("throw_uvt_bad_weak_ptr", [] { throw_uvt_bad_weak_ptr(F, 10); }, 1000023,
-                                        "Bad weak_ptr"),
-        helper<bad_function_call, exception>("throw_uvt_bad_function_call",
-                                             [] { throw_uvt_bad_function_call(F, 10); }, 1000028, "Bad function call"),
-        helper<ios_base::failure, exception>("ios_base::throwIOSFailure",
-                                             [] { ios_base::throwIOSFailure(F, 10, "custom text"); }, 1000087,
-                                             "custom text"),
+        helper<null_pointer, runtime_error>(
+            "throwNullPointer", [] { throwNullPointer(F, 10); }, 1000021, "Null pointer dereference"),
+        helper<overflow_error, runtime_error>(
+            "throwOverflow", [] { throwOverflow(F, 10); }, 1000024, "Integer overflow"),
+        helper<invalid_argument, logic_error>(
+            "throwInvalidArgument", [] { throwInvalidArgument(F, 10); }, 1000010, "Invalid argument"),
+        helper<runtime_error, exception>(
+            "throwInvalidSorting", [] { throwInvalidSorting(F, 10); }, 1000008, "Invalid sorting"),
+        helper<runtime_error, exception>(
+            "throwBadData", [] { throwBadData(F, 10, 42); }, 1000033, "Data error, unexpected value: 42"),
+        helper<out_of_range, logic_error>(
+            "throwOutOfRange", [] { throwOutOfRange(F, 10, 7, 0, 5); }, 1000003, "Index 7 out of range [0, 5)"),
+        helper<out_of_range, logic_error>(
+            "impl::throwOutOfRange text", [] { impl::throwOutOfRange(F, 10, "key does not exist in the map"); },
+            1000003, "key does not exist in the map"),
+        helper<out_of_range, logic_error>(
+            "impl::throwOutOfRange index", [] { impl::throwOutOfRange(F, 10, -1, 0, 3); }, 1000003,
+            "Index -1 out of range [0, 3)"),
+        helper<regex_error, runtime_error>(
+            "regex_error::doThrow", [] { regex_error::doThrow(F, 10, error_syntax, "a(b"); }, 1000037,
+            "Regular expression error no.ERR_UVT_REGEXP+14:regex_error(error_syntax). a(b"),
+        helper<regex_error, runtime_error>(
+            "regex_error::doThrowUserInterrupt", [] { regex_error::doThrowUserInterrupt(F, 10); }, 1000037,
+            "Regular expression error no.ERR_UVT_REGEXP+15:regex_error. Matching "
+            "interrupted by the user"),
+        helper<bad_weak_ptr, exception>(
+            "throw_uvt_bad_weak_ptr", [] { throw_uvt_bad_weak_ptr(F, 10); }, 1000023, "Bad weak_ptr"),
+        helper<bad_function_call, exception>(
+            "throw_uvt_bad_function_call", [] { throw_uvt_bad_function_call(F, 10); }, 1000028, "Bad function call"),
+        helper<ios_base::failure, exception>(
+            "ios_base::throwIOSFailure", [] { ios_base::throwIOSFailure(F, 10, "custom text"); }, 1000087,
+            "custom text"),
     };
 }
 
@@ -326,8 +325,8 @@ TEST(ExceptionClasses, CopiesShareThePayloadAndKeepTheClass)
     EXPECT_STREQ(assigned.get_msgarg_by_name("IDX"), "3");
     EXPECT_STREQ(assigned.get_msgarg_by_name("END"), "2");
     const uvt::ios_base::failure failure(F, 11);
-    for (const uvt::exception* e : {static_cast<const uvt::exception*>(&original),
-                                    static_cast<const uvt::exception*>(&failure)}) {
+    for (const uvt::exception* e :
+         {static_cast<const uvt::exception*>(&original), static_cast<const uvt::exception*>(&failure)}) {
         try {
             e->do_throw();
         } catch (const uvt::exception& thrown) {

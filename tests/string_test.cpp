@@ -22,15 +22,9 @@ namespace {
 
 using uvt_test::counting_allocator;
 
-std::string text(const uvt::string& s)
-{
-    return std::string(s.data(), s.size());
-}
+std::string text(const uvt::string& s) { return std::string(s.data(), s.size()); }
 
-std::string repeat(std::size_t n, char c = 'x')
-{
-    return std::string(n, c);
-}
+std::string repeat(std::size_t n, char c = 'x') { return std::string(n, c); }
 
 // --- states and growth ---
 
@@ -163,7 +157,7 @@ TEST(StringSharing, CopiesReleasedConcurrently)
                     uvt::string copy(shared);
                     uvt::string other(copy);
                     if (i % 100 == 0)
-                        other.push_back('!');  // makes a private block
+                        other.push_back('!'); // makes a private block
                     ASSERT_EQ(copy.size(), 100u);
                 }
             });
@@ -198,19 +192,40 @@ TEST(StringModel, RandomOperationsMatchStdString)
             const std::size_t pos = pick(model[i].size() + 1), len = pick(60);
             const std::string piece = letters.substr(pick(letters.size()), len);
             switch (pick(9)) {
-            case 0: mine[i].append(piece.data(), piece.size()); model[i] += piece; break;
-            case 1: mine[i].append(mine[j]); model[i] += model[j]; break;
-            case 2: mine[i] = mine[j]; model[i] = model[j]; break;
+            case 0:
+                mine[i].append(piece.data(), piece.size());
+                model[i] += piece;
+                break;
+            case 1:
+                mine[i].append(mine[j]);
+                model[i] += model[j];
+                break;
+            case 2:
+                mine[i] = mine[j];
+                model[i] = model[j];
+                break;
             case 3: {
                 const std::size_t from = pos / 2, n = std::min(len / 4, model[i].size() - from);
                 mine[i].insert(pos, mine[i].data() + from, n);
                 model[i].insert(pos, model[i].substr(from, n));
                 break;
             }
-            case 4: mine[i].replace(pos, len, piece.c_str()); model[i].replace(pos, len, piece); break;
-            case 5: mine[i].replace(pos, len, ""); model[i].erase(pos, len); break;
-            case 6: mine[i].push_back('z'); model[i].push_back('z'); break;
-            case 7: mine[i].swap(mine[j]); model[i].swap(model[j]); break;
+            case 4:
+                mine[i].replace(pos, len, piece.c_str());
+                model[i].replace(pos, len, piece);
+                break;
+            case 5:
+                mine[i].replace(pos, len, "");
+                model[i].erase(pos, len);
+                break;
+            case 6:
+                mine[i].push_back('z');
+                model[i].push_back('z');
+                break;
+            case 7:
+                mine[i].swap(mine[j]);
+                model[i].swap(model[j]);
+                break;
             case 8: {
                 const std::size_t from = pick(model[j].size() + 1);
                 mine[i].assign(mine[j], from, len);
@@ -244,9 +259,8 @@ TEST(StringRead, FindAndCompareAgreeWithStdString)
 
 // --- read-only views ---
 
-const char* const long_literal =
-    "0123456789012345678901234567890123456789012345678901234567890123456789"
-    "0123456789012345678901234567890123456789012345678901234567890123456789";
+const char* const long_literal = "0123456789012345678901234567890123456789012345678901234567890123456789"
+                                 "0123456789012345678901234567890123456789012345678901234567890123456789";
 
 TEST(StringViews, ViewTheTextWithoutCopying)
 {
@@ -412,7 +426,7 @@ TEST(StringConcatenation, AppendingASumThatViewsTheTargetsOwnCharacters)
 // the string must be unchanged after a failure, and nothing may leak.
 TEST(StringFailures, EveryMutatingOperationLeavesTheStringUnchanged)
 {
-    using op = std::function<void(uvt::string& target, const uvt::string& other)>;
+    using op = std::function<void(uvt::string & target, const uvt::string& other)>;
     const std::vector<std::pair<const char*, op>> operations = {
         {"append", [](uvt::string& t, const uvt::string&) { t.append(repeat(80).c_str()); }},
         {"push_back", [](uvt::string& t, const uvt::string&) { t.push_back('p'); }},
@@ -453,8 +467,7 @@ TEST(StringOutput, NarrowAndWideStringsAsOneField)
 {
     uvt::allocator& a = uvt::allocator::global_allocator();
     uvt_test::string_ostream os;
-    os << uvt::setw(6) << uvt::string("ab", a) << '|' << uvt::left << uvt::setw(5) << uvt::wstring(L"\u00e9", a)
-       << '|';
+    os << uvt::setw(6) << uvt::string("ab", a) << '|' << uvt::left << uvt::setw(5) << uvt::wstring(L"\u00e9", a) << '|';
     EXPECT_EQ(os.str(), "    ab|\xc3\xa9   |");
 
     os.clear_text();
@@ -516,9 +529,11 @@ TEST(ExceptionText, WhatRendersTheShortLayoutWithTheGivenAllocator)
         EXPECT_EQ(&shown.get_allocator(), &a);
         EXPECT_EQ(a.live_blocks(), shown.capacity() > 39 ? 1u : 0u) << "the stream's block is gone";
     }
-    const unsigned long points = uvt_test::sweep_allocation_failures(
-        [&](counting_allocator& failing) { (void)e.what(failing, false); },
-        [](bool threw) { EXPECT_TRUE(threw) << "a text cut short is never returned"; });
+    const unsigned long points =
+        uvt_test::sweep_allocation_failures([&](counting_allocator& failing) { (void)e.what(failing, false); },
+                                            [](bool threw) {
+                                                EXPECT_TRUE(threw) << "a text cut short is never returned";
+                                            });
     EXPECT_GE(points, 2u);
 }
 

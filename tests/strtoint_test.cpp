@@ -28,7 +28,7 @@ struct Row {
     std::string text;
     int base;
     T value;
-    long stop;  // offset of the first character not used
+    long stop; // offset of the first character not used
     int error;
 };
 
@@ -60,10 +60,10 @@ TEST(StrToInt, SignedEdgeCases)
         {__LINE__, " \t-0x1A", 16, -26, 7, 0},
         {__LINE__, " \t-0x1A", 0, -26, 7, 0},
         {__LINE__, "\n\r+42x", 10, 42, 5, 0},
-        {__LINE__, "\v5", 10, 0, 0, 0},  // vertical tab and form feed are no blanks
+        {__LINE__, "\v5", 10, 0, 0, 0}, // vertical tab and form feed are no blanks
         {__LINE__, "\f5", 10, 0, 0, 0},
         {__LINE__, "- 5", 10, 0, 0, 0},
-        {__LINE__, "0X1A", 0, 0, 1, 0},  // upper-case X is no prefix: octal "0"
+        {__LINE__, "0X1A", 0, 0, 1, 0}, // upper-case X is no prefix: octal "0"
         {__LINE__, "017", 0, 15, 3, 0},
         {__LINE__, "08", 0, 0, 1, 0},
         {__LINE__, "0x", 0, 0, 0, 0},
@@ -99,7 +99,7 @@ TEST(StrToInt, UnsignedEdgeCases)
         {__LINE__, "18446744073709551616", 10, ULONG_MAX, 19, ERANGE},
         {__LINE__, "ffffffffffffffff", 16, ULONG_MAX, 16, 0},
         {__LINE__, "0x10000000000000000", 0, ULONG_MAX, 18, ERANGE},
-        {__LINE__, "-1", 10, ULONG_MAX, 2, 0},  // negated in unsigned arithmetic
+        {__LINE__, "-1", 10, ULONG_MAX, 2, 0}, // negated in unsigned arithmetic
         {__LINE__, "-18446744073709551616", 10, 0, 20, ERANGE},
     });
 }
@@ -116,7 +116,9 @@ TEST(StrToInt, RoundTripsThroughEveryBase)
         for (unsigned long v = magnitude; v || digits.empty(); v /= unsigned(base))
             digits.insert(digits.begin(), "0123456789aBcDeFgHiJkLmNoPqRsTuVwXyZ"[v % unsigned(base)]);
         const char* stop;
-        const auto parse = [&stop, base](const std::string& text) { return uvt::strtoint<long, char>(text.c_str(), &stop, base); };
+        const auto parse = [&stop, base](const std::string& text) {
+            return uvt::strtoint<long, char>(text.c_str(), &stop, base);
+        };
         EXPECT_EQ((uvt::strtoint<unsigned long, char>(digits.c_str(), &stop, base)), magnitude) << digits;
         EXPECT_EQ(*stop, '\0');
         if (magnitude <= LONG_MAX) {
@@ -171,7 +173,7 @@ TEST(StoWrappers, Failures)
     caught<uvt::null_pointer>([] { uvt::stoll(static_cast<const char*>(nullptr)); });
     std::size_t pos = 77;
     caught<uvt::invalid_argument>([&] { uvt::stoi("-", &pos); });
-    EXPECT_EQ(pos, 77u);  // untouched on failure
+    EXPECT_EQ(pos, 77u); // untouched on failure
 }
 
 TEST(StoWrappers, LibraryStrings)

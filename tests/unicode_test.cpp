@@ -97,7 +97,8 @@ Units unitsOf(const std::vector<UC::usc2_bytes>& pairs, bool bigEndian)
 {
     Units units;
     for (const auto& p : pairs)
-        units.push_back(static_cast<unsigned short>(bigEndian ? p.byte[0] << 8 | p.byte[1] : p.byte[1] << 8 | p.byte[0]));
+        units.push_back(
+            static_cast<unsigned short>(bigEndian ? p.byte[0] << 8 | p.byte[1] : p.byte[1] << 8 | p.byte[0]));
     return units;
 }
 
@@ -140,8 +141,9 @@ constexpr unsigned int kMixed[] = {0x41, 0xE9, 0x3A9, 0x416, 0x20AC, 0x4E2D, 0x1
 // and emoji; with `bmpOnly` none above U+FFFF.
 std::vector<unsigned int> randomText(std::mt19937& rng, std::size_t length, bool bmpOnly)
 {
-    const std::pair<unsigned int, unsigned int> ranges[] = {
-        {0x20, 0x7E}, {0xA0, 0xFF}, {0x370, 0x4FF}, {0x4E00, 0x9FFF}, {0xE000, 0xFFFF}, {0x1F300, 0x1FAFF}, {0x10000, 0x10FFFF}};
+    const std::pair<unsigned int, unsigned int> ranges[] = {{0x20, 0x7E},       {0xA0, 0xFF},     {0x370, 0x4FF},
+                                                            {0x4E00, 0x9FFF},   {0xE000, 0xFFFF}, {0x1F300, 0x1FAFF},
+                                                            {0x10000, 0x10FFFF}};
     std::uniform_int_distribution<std::size_t> pick(0, bmpOnly ? 4 : 6);
     std::vector<unsigned int> text;
     while (text.size() < length) {
@@ -182,7 +184,13 @@ auto toEightBit(char replacement, unsigned long& replaced)
 TEST(UnicodeTables, LeadLengthsMarksAndOffsetsAgree)
 {
     for (unsigned lead = 0; lead < 256; ++lead) {
-        const unsigned expected = lead < 0x80 ? 1 : lead < 0xC0 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF8 ? 4 : lead < 0xFC ? 5 : 6;
+        const unsigned expected = lead < 0x80   ? 1
+                                  : lead < 0xC0 ? 0
+                                  : lead < 0xE0 ? 2
+                                  : lead < 0xF0 ? 3
+                                  : lead < 0xF8 ? 4
+                                  : lead < 0xFC ? 5
+                                                : 6;
         EXPECT_EQ(UC::impl::UTF8_element_size[lead], expected) << lead;
     }
     const unsigned marks[] = {0x00, 0x00, 0xC0, 0xE0, 0xF0, 0xF8, 0xFC};
@@ -206,15 +214,30 @@ struct DecodeCase {
 
 const DecodeCase kDecodeCases[] = {
     {"empty", {}, 0, 0, {}, {}},
-    {"one of each length 1-4", {0x41, 0xC3, 0xA9, 0xE2, 0x82, 0xAC, 0xF0, 0x9F, 0x98, 0x80}, 0, 10, {0x41, 0xE9, 0x20AC, 0x1F600}, {0x41, 0xE9, 0x20AC, 0xD83D, 0xDE00}},
-    {"first and last supplementary", {0xF0, 0x90, 0x80, 0x80, 0xF4, 0x8F, 0xBF, 0xBF}, 0, 8, {0x10000, 0x10FFFF}, {0xD800, 0xDC00, 0xDBFF, 0xDFFF}},
+    {"one of each length 1-4",
+     {0x41, 0xC3, 0xA9, 0xE2, 0x82, 0xAC, 0xF0, 0x9F, 0x98, 0x80},
+     0,
+     10,
+     {0x41, 0xE9, 0x20AC, 0x1F600},
+     {0x41, 0xE9, 0x20AC, 0xD83D, 0xDE00}},
+    {"first and last supplementary",
+     {0xF0, 0x90, 0x80, 0x80, 0xF4, 0x8F, 0xBF, 0xBF},
+     0,
+     8,
+     {0x10000, 0x10FFFF},
+     {0xD800, 0xDC00, 0xDBFF, 0xDFFF}},
     {"above U+10FFFF", {0xF4, 0x90, 0x80, 0x80}, 0, 4, {0x110000}, {0xFFFD}},
     {"overlong forms accepted", {0xC0, 0x80, 0xC1, 0xBF, 0xE0, 0x80, 0x80}, 0, 7, {0, 0x7F, 0}, {0, 0x7F, 0}},
     {"continuation bytes unchecked", {0xC3, 0x41}, 0, 2, {0x81}, {0x81}},
     {"encoded surrogate kept", {0xED, 0xA0, 0x80}, 0, 3, {0xD800}, {0xD800}},
     {"five bytes", {0xF8, 0x88, 0x80, 0x80, 0x80}, 0, 5, {0x200000}, {0xFFFD}},
     {"largest six bytes", {0xFD, 0xBF, 0xBF, 0xBF, 0xBF, 0xBF}, 0, 6, {0x7FFFFFFF}, {0xFFFD}},
-    {"negative six bytes", {0xFE, 0x80, 0x80, 0x80, 0x80, 0x80, 0xFF, 0xBF, 0xBF, 0xBF, 0xBF, 0xBF}, 0, 12, {0xFFFD, 0xFFFD}, {0xFFFD, 0xFFFD}},
+    {"negative six bytes",
+     {0xFE, 0x80, 0x80, 0x80, 0x80, 0x80, 0xFF, 0xBF, 0xBF, 0xBF, 0xBF, 0xBF},
+     0,
+     12,
+     {0xFFFD, 0xFFFD},
+     {0xFFFD, 0xFFFD}},
     {"negative two bytes", {0xC0, 0x00}, 0, 2, {0xFFFD}, {0xFFFD}},
     {"continuation byte as lead", {0x80}, 2, 0, {}, {}},
     {"illegal after text", {0x41, 0xBF, 0x42}, 2, 1, {0x41}, {0x41}},
@@ -356,11 +379,14 @@ TEST(UnicodeTargetFull, EveryConverterStopsBeforeTheCharacterThatDoesNotFit)
     const auto one = [](unsigned int cp) { return std::vector<unsigned int>{cp}; };
     const auto sourceByte = [](unsigned int cp) { return std::vector<signed char>{static_cast<signed char>(cp)}; };
     const auto pairDecoded = [](unsigned int cp) { return utf8(cp > 0xFFFF ? cp + 1 : cp); };
-    const auto latin1 = [](unsigned int cp) { return std::vector<signed char>{static_cast<signed char>(cp <= 0xFF ? cp : '?')}; };
+    const auto latin1 = [](unsigned int cp) {
+        return std::vector<signed char>{static_cast<signed char>(cp <= 0xFF ? cp : '?')};
+    };
     unsigned long replaced = 0;
 
     expectStopsAtEveryTargetSize(UC::convertToUTF16, partsOf<unsigned char, unsigned short>(text, utf8, utf16));
-    expectStopsAtEveryTargetSize(UC::convertFromUTF16, partsOf<unsigned short, unsigned char>(text, utf16, pairDecoded));
+    expectStopsAtEveryTargetSize(UC::convertFromUTF16,
+                                 partsOf<unsigned short, unsigned char>(text, utf16, pairDecoded));
     auto wide = text;
     wide.insert(wide.end(), {0x200000, 0x7FFFFFFF});
     expectStopsAtEveryTargetSize(UC::convertToUCS4, partsOf<unsigned char, unsigned int>(wide, utf8, one));
@@ -389,7 +415,13 @@ const EightBitCase kEightBitCases[] = {
     {"refused even when cut off", {0xE2, 0x82}, 0, 2, 0, {}, 0},
     {"replaced sequence cut off", {0xE2, 0x82}, '?', 1, 0, {}, 0},
     {"pair cut off", {0x41, 0xC3}, '?', 1, 1, {'A'}, 0},
-    {"mixed", {0x61, 0xE2, 0x82, 0xAC, 0x62, 0xF0, 0x9F, 0x98, 0x80, 0xC3, 0xA9}, '?', 0, 11, {'a', '?', 'b', '?', -0x17}, 2},
+    {"mixed",
+     {0x61, 0xE2, 0x82, 0xAC, 0x62, 0xF0, 0x9F, 0x98, 0x80, 0xC3, 0xA9},
+     '?',
+     0,
+     11,
+     {'a', '?', 'b', '?', -0x17},
+     2},
     {"six bytes replaced unchecked", {0xFC, 0x00, 0x00, 0x00, 0x00, 0x00}, '#', 0, 6, {'#'}, 1},
     {"lead C0 illegal", {0xC0, 0x80}, '?', 2, 0, {}, 0},
     {"lead C0 illegal at the end", {0xC0}, '?', 2, 0, {}, 0},
@@ -442,7 +474,8 @@ TEST(UnicodeKernels, AgreeWithTheUnitConvertersAtEveryTargetSize)
         for (int i = 0; i < 12; ++i) {
             const unsigned short kinds[] = {0x41, 0x3A9, 0x4E2D, 0xD83D, 0xDE00};
             units.push_back(static_cast<unsigned short>(kinds[rng() % 5] + rng() % 3));
-            const auto b = round % 4 == 0 ? Bytes{static_cast<unsigned char>(rng())} : utf8(randomText(rng, 1, false)[0]);
+            const auto b =
+                round % 4 == 0 ? Bytes{static_cast<unsigned char>(rng())} : utf8(randomText(rng, 1, false)[0]);
             bytes.insert(bytes.end(), b.begin(), b.end() - (rng() % 16 == 0));
         }
         for (bool bigEndian : {false, true}) {

@@ -35,7 +35,7 @@ template <class A, class E>
 bool equal(const A& actual, const E& expected)
 {
     using Char = std::remove_cv_t<std::remove_extent_t<E>>;
-    if constexpr (std::is_array_v<E>)  // a string literal
+    if constexpr (std::is_array_v<E>) // a string literal
         return std::basic_string_view<Char>(actual) == std::basic_string_view<Char>(expected);
     else if constexpr (std::is_integral_v<A> && std::is_integral_v<E> && !std::is_same_v<A, bool> &&
                        !std::is_same_v<A, char>)

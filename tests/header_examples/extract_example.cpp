@@ -29,8 +29,8 @@
 namespace {
 
 struct ExampleLine {
-    int number;        // line in the header
-    std::string code;  // without the comment introducer and margin
+    int number;       // line in the header
+    std::string code; // without the comment introducer and margin
 };
 
 [[noreturn]] void fail(const std::string& where, const std::string& what)
@@ -91,7 +91,7 @@ std::pair<std::string, std::string> splitComment(const std::string& line)
 
 struct Expectation {
     bool throws;
-    std::string value;  // the literal, or the exception class
+    std::string value; // the literal, or the exception class
 };
 
 std::optional<Expectation> parseExpectation(const std::string& comment)
@@ -143,7 +143,7 @@ int main(int argc, char** argv)
     const std::string header = argv[1];
     std::ostringstream outside, body;
     bool chunkOutside = false;
-    bool statementStart = true;  // the previous code line ended a statement
+    bool statementStart = true; // the previous code line ended a statement
     for (const ExampleLine& line : readExample(header)) {
         const std::string where = header + ":" + std::to_string(line.number);
         auto [code, comment] = splitComment(line.code);

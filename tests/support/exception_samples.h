@@ -19,7 +19,7 @@ struct exception_sample {
     std::string name;
     unsigned short type_number;
     std::shared_ptr<uvt::exception> object;
-    bool (*same_class)(const uvt::exception&);  // another object is exactly of the sample's class
+    bool (*same_class)(const uvt::exception&); // another object is exactly of the sample's class
 };
 
 template <class E>
@@ -37,7 +37,7 @@ inline std::vector<exception_sample> exception_samples()
     memory.set_allocation_failure_type(USER_LIMIT);
     bad_numa_alloc numa;
     static_cast<bad_alloc&>(numa) = bad_alloc(F, 2, "on node 1", true);
-    numa.set_allocation_failure_type(TIME_OUT);  // not written: read back as UNKNOWN
+    numa.set_allocation_failure_type(TIME_OUT); // not written: read back as UNKNOWN
     exception plain(F, 3, uvt__ERR_UVT_INIT_ERROR());
     plain << error_message(F, 4, 77, "second $X$ message") << msgarg_text("X", "expanded")
           << msgarg_text("EXTRA", "appended");
@@ -55,8 +55,10 @@ inline std::vector<exception_sample> exception_samples()
         sample("out_of_range", out_of_range(F, 12, 7, 0, 5)),
         sample("wrong_enum_type", wrong_enum_type(F, 24, 3, "balance")),
         sample("runtime_error", runtime_error(F, 13, "runtime")),
-        sample("overflow_error", overflow_error(F, 14)), sample("range_error", range_error(F, 15)),
-        sample("underflow_error", underflow_error(F, 16, "under")), sample("null_pointer", null_pointer(F, 17)),
+        sample("overflow_error", overflow_error(F, 14)),
+        sample("range_error", range_error(F, 15)),
+        sample("underflow_error", underflow_error(F, 16, "under")),
+        sample("null_pointer", null_pointer(F, 17)),
         sample("invalid_unicode_symbol", invalid_unicode_symbol(F, 22)),
         sample("regex_error", regex_error(F, 23, regex_constants::error_badbrace, "a{2,1}")),
         sample("time_overflow_error", time_overflow_error(F, 25, "add", 99)),
@@ -64,8 +66,10 @@ inline std::vector<exception_sample> exception_samples()
         sample("invalid_guid_symbol", invalid_guid_symbol(28, 'x')),
         sample("system_error", system_error(F, 30, 2, system_category())),
         sample("ios_base::failure", ios_base::failure(F, 18, "stream")),
-        sample("invalid_iterator_error", invalid_iterator_error(F, 19)), sample("bad_weak_ptr", bad_weak_ptr(F, 27)),
-        sample("rvalue_error", rvalue_error(F, 20, "abc")), sample("bad_function_call", bad_function_call(F, 29)),
+        sample("invalid_iterator_error", invalid_iterator_error(F, 19)),
+        sample("bad_weak_ptr", bad_weak_ptr(F, 27)),
+        sample("rvalue_error", rvalue_error(F, 20, "abc")),
+        sample("bad_function_call", bad_function_call(F, 29)),
         sample("incomparable_iterators", incomparable_iterators(F, 21, "map")),
     };
 }

@@ -25,7 +25,7 @@ public:
 
     unsigned long live_blocks() const;
     unsigned long live_bytes() const;
-    unsigned long attempts() const;  // allocation attempts so far, failed ones included
+    unsigned long attempts() const; // allocation attempts so far, failed ones included
     unsigned long failures() const;
     // Size and alignment (0 for unaligned requests) of the last request.
     unsigned long last_size() const;

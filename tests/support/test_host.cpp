@@ -11,7 +11,7 @@ namespace {
 // Null when empty, so that the first registered exception's link (null) is
 // told apart from "not registered" (1).
 thread_local const uvt::exception* registered_head = nullptr;
-}
+} // namespace
 
 test_host& test_host::instance()
 {

@@ -19,10 +19,26 @@ using i64 = std::int64_t;
 using u128 = unsigned __int128;
 
 constexpr u64 power_of_ten[20] = {
-    1ULL, 10ULL, 100ULL, 1000ULL, 10000ULL, 100000ULL, 1000000ULL, 10000000ULL, 100000000ULL,
-    1000000000ULL, 10000000000ULL, 100000000000ULL, 1000000000000ULL, 10000000000000ULL,
-    100000000000000ULL, 1000000000000000ULL, 10000000000000000ULL, 100000000000000000ULL,
-    1000000000000000000ULL, 10000000000000000000ULL,
+    1ULL,
+    10ULL,
+    100ULL,
+    1000ULL,
+    10000ULL,
+    100000ULL,
+    1000000ULL,
+    10000000ULL,
+    100000000ULL,
+    1000000000ULL,
+    10000000000ULL,
+    100000000000ULL,
+    1000000000000ULL,
+    10000000000000ULL,
+    100000000000000ULL,
+    1000000000000000ULL,
+    10000000000000000ULL,
+    100000000000000000ULL,
+    1000000000000000000ULL,
+    10000000000000000000ULL,
 };
 
 // The most digits the short computation produces: 10^19 < 2^64.
@@ -115,7 +131,7 @@ constexpr auto pow10_table = make_pow10_table();
 // ------------------------------------------------------ 192-bit numbers
 
 struct u192 {
-    u64 w[3];  // least significant first
+    u64 w[3]; // least significant first
 };
 
 // a << s for 0 <= s < 192 (bits beyond 192 are lost).
@@ -192,7 +208,7 @@ bool round_scaled(u64 m, int e2, int k, u64& q, bool& up) noexcept
     const u128 middle = (low >> 64) + u64(high);
     const u192 product{{u64(low), u64(middle), u64(high >> 64) + u64(middle >> 64)}};
     const int fraction_bits = -(e2 + t.exponent);
-    if (fraction_bits >= 194) {  // below (2^192 + 2^64) / 2^194 < 1/2
+    if (fraction_bits >= 194) { // below (2^192 + 2^64) / 2^194 < 1/2
         q = 0;
         return true;
     }
@@ -204,15 +220,15 @@ bool round_scaled(u64 m, int e2, int k, u64& q, bool& up) noexcept
     const u192 fraction = shift_left(product, align);
     const u192 half{{0, 0, u64(1) << 63}};
     const int against_half = compare(fraction, half);
-    if (k >= 0 && k <= pow10_exact_max) {  // the product is exact
+    if (k >= 0 && k <= pow10_exact_max) { // the product is exact
         up = against_half > 0 || (against_half == 0 && (q & 1));
         q += up;
         return q != 0 || !up;
     }
     u192 upper = fraction;
     if (add(upper, shift_left(u192{{m, 0, 0}}, align)))
-        return false;  // the true value may reach the next integer
-    if (against_half >= 0) {  // the true fraction lies strictly above
+        return false;        // the true value may reach the next integer
+    if (against_half >= 0) { // the true fraction lies strictly above
         up = true;
         return ++q != 0;
     }
@@ -223,7 +239,7 @@ bool round_scaled(u64 m, int e2, int k, u64& q, bool& up) noexcept
 int decimal_exponent_estimate(u64 m, int e2) noexcept
 {
     const i64 binary = e2 + 63 - std::countl_zero(m);
-    return int((binary * 1292913986) >> 32);  // 1292913986 / 2^32 ~ log10(2)
+    return int((binary * 1292913986) >> 32); // 1292913986 / 2^32 ~ log10(2)
 }
 
 // Q with exactly `digits` (1..19) digits and its exponent for scientific
@@ -238,7 +254,7 @@ bool short_significant(u64 m, int e2, int digits, u64& q, i64& exponent, bool& c
             return false;
         carried = up && q == power_of_ten[digits - 1];
         if (q >= power_of_ten[digits] && digits < 20)
-            ++e;  // the exponent is higher, or the rounding carried into 10^digits
+            ++e; // the exponent is higher, or the rounding carried into 10^digits
         else if (q < power_of_ten[digits - 1])
             --e;
         else {
@@ -253,7 +269,7 @@ bool short_significant(u64 m, int e2, int digits, u64& q, i64& exponent, bool& c
 bool short_fixed(u64 m, int e2, int p, u64& q) noexcept
 {
     const i64 e = decimal_exponent_estimate(m, e2);
-    if (e + 3 + p <= -1) {  // v * 10^p < 0.1
+    if (e + 3 + p <= -1) { // v * 10^p < 0.1
         q = 0;
         return true;
     }
@@ -316,7 +332,7 @@ public:
     }
 
 private:
-    static constexpr u64 chunk_base = 10000000000000000000ULL;  // 10^19
+    static constexpr u64 chunk_base = 10000000000000000000ULL; // 10^19
 
     // Divides the integer (n limbs, destroyed) by 10^19 until it is zero,
     // keeping the remainders as chunks, most significant first.
@@ -399,12 +415,12 @@ private:
     u64 chunks_[Limbs + 2];
     int chunk_count_ = 0;
     int chunk_next_ = 0;
-    int top_digits_ = 0;  // digits of the first chunk
+    int top_digits_ = 0; // digits of the first chunk
     i64 integer_digits_ = 0;
 
     u64 fraction_[Limbs + 1];
     int fraction_bits_ = 0;
-    int fraction_begin_ = 0;  // limbs [begin, end) may be non-zero
+    int fraction_begin_ = 0; // limbs [begin, end) may be non-zero
     int fraction_end_ = 0;
     int fraction_calls_ = 0;
 
@@ -429,7 +445,7 @@ template <int Limbs>
     plan.carry_at = -1;
     i64 position = expansion.integer_digits() > 0 ? expansion.integer_digits() - 1 : -1;
     int d = expansion.next();
-    for (; d == 0; d = expansion.next())  // the value is not zero: a digit comes
+    for (; d == 0; d = expansion.next()) // the value is not zero: a digit comes
         --position;
     const i64 first = position;
     plan.cut = fixed ? -wanted : first - wanted + 1;
@@ -456,7 +472,7 @@ template <int Limbs>
         last = d;
         if (++i == kept)
             break;
-        if (expansion.done()) {  // the remaining kept digits are zeros
+        if (expansion.done()) { // the remaining kept digits are zeros
             last_non_nine = kept - 1;
             last = 0;
             beyond_expansion = true;
@@ -473,7 +489,7 @@ template <int Limbs>
     } else if (last_non_nine >= 0) {
         plan.carry_at = last_non_nine;
         plan.significant = u64(last_non_nine + 1);
-    } else {  // all nines: Q is a one and zeros, one digit longer
+    } else { // all nines: Q is a one and zeros, one digit longer
         plan.carried_one = true;
         plan.significant = 1;
         plan.exponent = first + 1;
@@ -718,7 +734,7 @@ std::size_t render_hex(char* out, const binary_value& v, bool long_double, const
     char* p = out;
     *p++ = '0';
     *p++ = f.uppercase ? 'X' : 'x';
-    u64 rest = 0;  // the bits after the leading digit, left-aligned
+    u64 rest = 0; // the bits after the leading digit, left-aligned
     i64 exponent = 0;
     unsigned lead = 0;
     if (v.kind == binary_value::finite) {
@@ -727,7 +743,7 @@ std::size_t render_hex(char* out, const binary_value& v, bool long_double, const
             rest = v.mantissa << 4;
             exponent = v.exponent + 60;
         } else {
-            lead = unsigned(v.mantissa >> 52);  // 1, or 0 for a subnormal
+            lead = unsigned(v.mantissa >> 52); // 1, or 0 for a subnormal
             rest = v.mantissa << 12;
             exponent = v.exponent + 52;
         }
@@ -768,10 +784,7 @@ float_format float_format::of(ios_base::fmtflags flags, streamsize precision) no
     return f;
 }
 
-float_text::float_text(double v, const float_format& f) noexcept
-{
-    build_(v, f);
-}
+float_text::float_text(double v, const float_format& f) noexcept { build_(v, f); }
 
 float_text::float_text(long double v, const float_format& f) noexcept
 {
@@ -789,7 +802,8 @@ void float_text::build_(F v, const float_format& f) noexcept
     if (layout_.sign)
         *out++ = layout_.sign;
     if (b.kind == binary_value::infinite || b.kind == binary_value::nan) {
-        const char* word = b.kind == binary_value::infinite ? (f.uppercase ? "INF" : "inf") : (f.uppercase ? "NAN" : "nan");
+        const char* word =
+            b.kind == binary_value::infinite ? (f.uppercase ? "INF" : "inf") : (f.uppercase ? "NAN" : "nan");
         std::memcpy(out, word, 3);
         size_ = std::size_t(out + 3 - short_);
         return;
@@ -806,8 +820,9 @@ void float_text::build_(F v, const float_format& f) noexcept
     // Q: its digit count, significant digits and exponent, and for the
     // short computation the digits themselves.
     const bool fixed = f.style == float_format::fixed;
-    const i64 wanted = fixed ? f.precision : f.style == float_format::scientific ? i64(f.precision) + 1
-                                                                                  : std::max(f.precision, 1);
+    const i64 wanted = fixed                                 ? f.precision
+                       : f.style == float_format::scientific ? i64(f.precision) + 1
+                                                             : std::max(f.precision, 1);
     char* const digits = digits_;
     u64 q = 0;
     i64 exponent = 0;
@@ -828,7 +843,7 @@ void float_text::build_(F v, const float_format& f) noexcept
         while (n < short_digits && q >= power_of_ten[n])
             ++n;
         if (!fixed)
-            n = int(wanted);  // a zero value has as many zeros
+            n = int(wanted); // a zero value has as many zeros
         for (int i = n; i-- > 0; q /= 10)
             digits[i] = char('0' + q % 10);
         int significant = n;
@@ -869,7 +884,7 @@ bool float_text::write(float_sink& out) const
 {
     if (size_ <= short_capacity)
         return out.chars(short_, size_);
-    if (!exact_) {  // a few digits among many zeros
+    if (!exact_) { // a few digits among many zeros
         short_digits_source source{digits_};
         return write_layout(layout_, source, out);
     }

@@ -24,10 +24,10 @@ struct float_format {
     enum style_t : unsigned char { fixed, scientific, general, hex };
 
     style_t style;
-    bool uppercase;  // "%E", "%G", "%A" ("%f" has no upper-case form here)
-    bool showpoint;  // '#'
-    bool showpos;    // '+'
-    int precision;   // >= 0, unused for hex
+    bool uppercase; // "%E", "%G", "%A" ("%f" has no upper-case form here)
+    bool showpoint; // '#'
+    bool showpos;   // '+'
+    int precision;  // >= 0, unused for hex
 
     // The conversion of a stream: floatfield fixed, scientific, both (hex)
     // or neither (general); a negative precision counts as 6, precisions
@@ -67,39 +67,40 @@ public:
 
     // How the digits are laid out; public for the writers in the source.
     struct layout {
-        char sign;              // 0, '-' or '+'
-        std::uint64_t lead;     // digits of Q before the point (0: a single "0")
+        char sign;          // 0, '-' or '+'
+        std::uint64_t lead; // digits of Q before the point (0: a single "0")
         bool point;
-        std::uint64_t zeros;    // after the point, before the rest of Q
-        std::uint64_t tail;     // digits of Q after the point
-        char suffix[8];         // exponent part, zero-terminated
+        std::uint64_t zeros; // after the point, before the rest of Q
+        std::uint64_t tail;  // digits of Q after the point
+        char suffix[8];      // exponent part, zero-terminated
         std::uint8_t suffix_size;
     };
     // How the rounded digits Q were found: `digits` holds them (up to 19)
     // when the short computation decided; otherwise the exact expansion is
     // regenerated with this plan.
     struct rounding_plan {
-        std::uint64_t count;        // digits of Q
-        std::int64_t exponent;      // decimal exponent of Q's first digit
-        std::uint64_t significant;  // digits of Q up to its last non-zero one
-        std::int64_t cut;           // exponent of Q's last digit
-        std::int64_t carry_at;      // kept digit raised by the rounding (-1: none; count: all nines)
-        bool single;                // Q is one digit (0 or 1) below the value's first digit
-        bool carried_one;           // the rounding carried into a new first digit: Q is 1 and zeros
+        std::uint64_t count;       // digits of Q
+        std::int64_t exponent;     // decimal exponent of Q's first digit
+        std::uint64_t significant; // digits of Q up to its last non-zero one
+        std::int64_t cut;          // exponent of Q's last digit
+        std::int64_t carry_at;     // kept digit raised by the rounding (-1: none; count: all nines)
+        bool single;               // Q is one digit (0 or 1) below the value's first digit
+        bool carried_one;          // the rounding carried into a new first digit: Q is 1 and zeros
     };
 
 private:
-    template <class F> void build_(F v, const float_format& f) noexcept;
+    template <class F>
+    void build_(F v, const float_format& f) noexcept;
 
-    std::uint64_t mantissa_ = 0;  // |v| = mantissa_ * 2^exponent_
+    std::uint64_t mantissa_ = 0; // |v| = mantissa_ * 2^exponent_
     int exponent_ = 0;
     bool long_double_ = false;
-    bool exact_ = false;  // the digits come from the exact expansion
+    bool exact_ = false; // the digits come from the exact expansion
     layout layout_{};
     rounding_plan plan_{};
     std::size_t size_ = 0;
     int prefix_ = 0;
-    char digits_[20];  // Q from the short computation
+    char digits_[20]; // Q from the short computation
     char short_[short_capacity];
 };
 

@@ -26,10 +26,7 @@ ErrorCodeImpl* ErrorCodeImpl::register_error(ErrorCodeImpl& rec) noexcept
     return rec.next_;
 }
 
-const ErrorCodeImpl* ErrorCodeImpl::first() noexcept
-{
-    return std::atomic_ref(first_).load(std::memory_order_acquire);
-}
+const ErrorCodeImpl* ErrorCodeImpl::first() noexcept { return std::atomic_ref(first_).load(std::memory_order_acquire); }
 
 } // namespace impl
 
@@ -85,11 +82,11 @@ public:
 
 } // namespace
 
-#define UVT_ERROR(NAME, NUMBER, TEXT)                                                   \
-    const uvt::impl::ErrorCodeImpl& uvt__##NAME()                                       \
-    {                                                                                   \
-        static self_registering_error def_##NAME(NUMBER, TEXT, #NAME);                  \
-        return def_##NAME;                                                              \
+#define UVT_ERROR(NAME, NUMBER, TEXT) \
+    const uvt::impl::ErrorCodeImpl& uvt__##NAME() \
+    { \
+        static self_registering_error def_##NAME(NUMBER, TEXT, #NAME); \
+        return def_##NAME; \
     }
 #include <uvt/impl/error_list>
 #undef UVT_ERROR

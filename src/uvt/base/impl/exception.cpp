@@ -32,8 +32,7 @@ const void* const exception::CALLER_SUPPRESS_STACK_TRACE = reinterpret_cast<cons
 
 error_message::error_message(const char* f, int l, int n, const char* t) noexcept
     : file(f), line(l), error_no(n), text(t)
-{
-}
+{}
 
 // --- creators ---
 
@@ -152,8 +151,7 @@ void exception::append_message(const char* file, int line, int error_no, const c
         current_->status = exception_node::message_lost;
         return;
     }
-    exception_node* n =
-        exception_node::construct(block, uvt_extern::import::stdFileName(file), line, error_no, text);
+    exception_node* n = exception_node::construct(block, uvt_extern::import::stdFileName(file), line, error_no, text);
     // Inserted behind the current node: copies of this exception may have
     // appended behind it already.
     n->next = current_->next;
@@ -290,7 +288,8 @@ void exception::do_throw() const { throw *this; }
 
 void impl::throw_check_base::throw_returned()
 {
-    uvt_extern::import::abort(impl::exception_unit_file, returning_throw_line, "Throwing an exception returned, aborting");
+    uvt_extern::import::abort(impl::exception_unit_file, returning_throw_line,
+                              "Throwing an exception returned, aborting");
 }
 
 // --- registration on the current thread ---

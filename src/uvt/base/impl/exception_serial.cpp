@@ -118,15 +118,14 @@ const char* const imported_without_payload = "Bad allocation in exception object
 {
     const int number = uvt__ERR_UVT_RUNTIME().number();
     runtime_error e(impl::exception_unit_file, line, uvt__ERR_UVT_RUNTIME());
-    e << error_message(impl::exception_unit_file, line, number, text)
-      << message_argument<unsigned>("CURRENT", current) << message_argument<unsigned>("EXPECT", expect);
+    e << error_message(impl::exception_unit_file, line, number, text) << message_argument<unsigned>("CURRENT", current)
+      << message_argument<unsigned>("EXPECT", expect);
     tThrow(e);
 }
 
 [[noreturn]] void throw_bad_pattern(std::uint32_t current, std::uint32_t expect, int line)
 {
-    throw_bad_data(line, "Exception deserialization. Bad data pattern: $CURRENT$, expected: $EXPECT$", current,
-                   expect);
+    throw_bad_data(line, "Exception deserialization. Bad data pattern: $CURRENT$, expected: $EXPECT$", current, expect);
 }
 
 void expect_word(std::uint32_t current, std::uint32_t expect, int line)

@@ -36,8 +36,7 @@ constexpr long long width = static_cast<long long>(sizeof(C));
 
 template <class C>
 basic_filebuf<C>::basic_filebuf(allocator& a) noexcept : alloc_(a)
-{
-}
+{}
 
 template <class C>
 basic_filebuf<C>::~basic_filebuf()

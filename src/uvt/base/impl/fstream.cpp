@@ -13,7 +13,7 @@ file_stream<C, Stream, Implied, Default>::file_stream(allocator& a) : buf_(a)
 
 template <class C, template <class> class Stream, ios_base::openmode Implied, ios_base::openmode Default>
 file_stream<C, Stream, Implied, Default>::file_stream(const char* name, ios_base::openmode mode,
-                                                   ios_base::iostate exceptions, allocator& a)
+                                                      ios_base::iostate exceptions, allocator& a)
     : buf_(a)
 {
     this->init(&buf_);

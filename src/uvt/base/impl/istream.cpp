@@ -68,7 +68,7 @@ scan_stop scan_input(basic_streambuf<C>& sb, streamsize limit, const C* delim, T
         const typename traits::int_type c = sb.sgetc();
         if (c == traits::eof())
             return scan_stop::end;
-        if (sb.get_area_next_() == sb.get_area_end_()) {  // a buffer without get area
+        if (sb.get_area_next_() == sb.get_area_end_()) { // a buffer without get area
             const C ch = traits::to_char_type(c);
             if (delim && ch == *delim)
                 return scan_stop::delimiter;
@@ -102,7 +102,7 @@ ios_base::iostate skip_blanks(basic_streambuf<C>& sb, const ios_base& s)
         const auto c = sb.sgetc();
         if (c == impl::stream_traits<C>::eof())
             return ios_base::eofbit;
-        if (sb.get_area_next_() == sb.get_area_end_()) {  // a buffer without get area
+        if (sb.get_area_next_() == sb.get_area_end_()) { // a buffer without get area
             if (!is_space<C>(s, c))
                 return ios_base::goodbit;
             sb.sbumpc();
@@ -197,10 +197,10 @@ basic_istream<C>& basic_istream<C>::operator>>(int& v)
     });
 }
 
-#define UVT_INTEGER_EXTRACTOR(T)                                                                      \
-    template <class C>                                                                                \
-    basic_istream<C>& basic_istream<C>::operator>>(T& v)                                              \
-    {                                                                                                 \
+#define UVT_INTEGER_EXTRACTOR(T) \
+    template <class C> \
+    basic_istream<C>& basic_istream<C>::operator>>(T& v) \
+    { \
         return formatted_([&](basic_streambuf<C>& sb) { return impl::read_integer(sb, this->flags(), v); }); \
     }
 
@@ -566,7 +566,7 @@ basic_istream<C>& extract_word(basic_istream<C>& is, streamsize limit, Prepare p
                     err = ios_base::eofbit;
                     break;
                 }
-                if (sb.get_area_next_() == sb.get_area_end_()) {  // a buffer without get area
+                if (sb.get_area_next_() == sb.get_area_end_()) { // a buffer without get area
                     if (is_space<C>(is, c))
                         break;
                     const C ch = traits::to_char_type(c);

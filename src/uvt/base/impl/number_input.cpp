@@ -87,7 +87,7 @@ ios_base::iostate read_integer(basic_streambuf<C>& sb, ios_base::fmtflags flags,
     // minimum. Unsigned types take a negated magnitude as the standard
     // streams do ("-1" is the maximum).
     const U limit = negative && std::is_signed_v<T> ? U(std::numeric_limits<T>::max()) + 1
-                                                     : U(std::numeric_limits<U>::max() >> (std::is_signed_v<T> ? 1 : 0));
+                                                    : U(std::numeric_limits<U>::max() >> (std::is_signed_v<T> ? 1 : 0));
     U magnitude = 0;
     bool digits = false, overflow = false;
     for (int d; (d = in.digit(base)) >= 0; in.advance()) {
@@ -145,7 +145,8 @@ ios_base::iostate read_bool(basic_streambuf<C>& sb, const ios_base& s, bool& v)
     const bool is_false = maybe_false && n == conv.falsename_size;
     v = is_true && !is_false;
     // Equal names could not tell the two values apart.
-    return (hit_end ? ios_base::eofbit : ios_base::goodbit) | (is_true != is_false ? ios_base::goodbit : ios_base::failbit);
+    return (hit_end ? ios_base::eofbit : ios_base::goodbit) |
+           (is_true != is_false ? ios_base::goodbit : ios_base::failbit);
 }
 
 namespace {
@@ -161,7 +162,7 @@ struct decimal_text {
     bool valid = false;
     char digits[kept_capacity];
     int kept = 0;
-    long exponent = 0;  // value = 0.digits... kept as integer * 10^exponent
+    long exponent = 0; // value = 0.digits... kept as integer * 10^exponent
 
     // Room for the text of write().
     static constexpr int text_capacity = kept_capacity + 9;
@@ -169,9 +170,9 @@ struct decimal_text {
     // The text "<digits>e<exponent>" for the parser, zero-terminated.
     void write(char* out) const noexcept
     {
-        const long saturated = exponent < -exponent_saturation ? -exponent_saturation
+        const long saturated = exponent < -exponent_saturation  ? -exponent_saturation
                                : exponent > exponent_saturation ? exponent_saturation
-                                                                 : exponent;
+                                                                : exponent;
         out = std::copy(digits, digits + kept, out);
         *out++ = 'e';
         *out++ = saturated < 0 ? '-' : '+';
@@ -201,12 +202,12 @@ decimal_text scan_decimal(input_cursor<C>& in, C decimal_point)
         if (d >= 0) {
             mantissa_digit = true;
             if (t.kept == 0 && d == 0) {
-                t.exponent -= point;  // a leading zero only moves the point
+                t.exponent -= point; // a leading zero only moves the point
             } else if (t.kept < decimal_text::kept_capacity) {
                 t.digits[t.kept++] = char('0' + d);
                 t.exponent -= point;
             } else {
-                t.exponent += !point;  // a dropped digit before the point
+                t.exponent += !point; // a dropped digit before the point
             }
         } else if (!point && !in.at_end() && in.get() == decimal_point) {
             point = true;
@@ -269,16 +270,16 @@ ios_base::iostate read_floating(basic_streambuf<C>& sb, const ios_base& s, F& v)
     return err;
 }
 
-#define UVT_NUMBER_READERS(C)                                                                        \
-    template ios_base::iostate read_integer(basic_streambuf<C>&, ios_base::fmtflags, long&);          \
-    template ios_base::iostate read_integer(basic_streambuf<C>&, ios_base::fmtflags, long long&);     \
+#define UVT_NUMBER_READERS(C) \
+    template ios_base::iostate read_integer(basic_streambuf<C>&, ios_base::fmtflags, long&); \
+    template ios_base::iostate read_integer(basic_streambuf<C>&, ios_base::fmtflags, long long&); \
     template ios_base::iostate read_integer(basic_streambuf<C>&, ios_base::fmtflags, unsigned short&); \
-    template ios_base::iostate read_integer(basic_streambuf<C>&, ios_base::fmtflags, unsigned int&);  \
+    template ios_base::iostate read_integer(basic_streambuf<C>&, ios_base::fmtflags, unsigned int&); \
     template ios_base::iostate read_integer(basic_streambuf<C>&, ios_base::fmtflags, unsigned long&); \
     template ios_base::iostate read_integer(basic_streambuf<C>&, ios_base::fmtflags, unsigned long long&); \
-    template ios_base::iostate read_bool(basic_streambuf<C>&, const ios_base&, bool&);                \
-    template ios_base::iostate read_floating(basic_streambuf<C>&, const ios_base&, float&);           \
-    template ios_base::iostate read_floating(basic_streambuf<C>&, const ios_base&, double&);          \
+    template ios_base::iostate read_bool(basic_streambuf<C>&, const ios_base&, bool&); \
+    template ios_base::iostate read_floating(basic_streambuf<C>&, const ios_base&, float&); \
+    template ios_base::iostate read_floating(basic_streambuf<C>&, const ios_base&, double&); \
     template ios_base::iostate read_floating(basic_streambuf<C>&, const ios_base&, long double&);
 
 UVT_NUMBER_READERS(char)

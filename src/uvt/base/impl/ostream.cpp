@@ -34,10 +34,7 @@ constexpr char digit_pairs[] = "000102030405060708091011121314151617181920212223
 // Decimal digits are written forward, two at a time from a table; numbers
 // of more than 8 digits are split into 8-digit parts first, so that the
 // divisions stay 32-bit ones.
-inline void put_pair(char* p, unsigned v) noexcept
-{
-    std::memcpy(p, digit_pairs + 2 * v, 2);
-}
+inline void put_pair(char* p, unsigned v) noexcept { std::memcpy(p, digit_pairs + 2 * v, 2); }
 
 // Exactly 4 or 8 digits (leading zeros included).
 inline void put_four(char* p, unsigned v) noexcept
@@ -190,7 +187,6 @@ template <class C>
     return plain && sb->put_area_room_() >= n ? sb->put_area_next_() : nullptr;
 }
 
-
 template <class C>
 basic_ostream<C>& basic_ostream<C>::operator<<(bool v)
 {
@@ -293,8 +289,7 @@ basic_ostream<C>& basic_ostream<C>::insert_floating_(F v)
     public:
         padded_sink(basic_ostream& os, C point, std::size_t pad_at, streamsize pad)
             : os_(os), point_(point), pad_at_(pad_at), pad_(pad)
-        {
-        }
+        {}
         bool chars(const char* s, std::size_t n) override
         {
             if (!pad_if_due_())

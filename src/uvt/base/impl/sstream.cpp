@@ -14,8 +14,7 @@ constexpr std::size_t initial_capacity = 128;
 template <class C>
 basic_stringbuf<C>::basic_stringbuf(allocator& a, ios_base::openmode mode) noexcept
     : alloc_(a), mode_(mode & (ios_base::in | ios_base::out)), view_(false)
-{
-}
+{}
 
 // The view's characters are never written: every operation that would
 // write refuses a view, so dropping const here is safe.

@@ -22,8 +22,7 @@ constexpr unsigned long prefix_size_told = 127;
 } // namespace
 
 std_streambuf::std_streambuf(StreamName name) noexcept
-    : name_(name), mode_(name == standard_input ? ios_base::in : ios_base::out),
-      small_buffer_(name == standard_error)
+    : name_(name), mode_(name == standard_input ? ios_base::in : ios_base::out), small_buffer_(name == standard_error)
 {
     if (mode_ & ios_base::out)
         setp(buffer_, buffer_ + (small_buffer_ ? small_buffer_size : sizeof buffer_));
@@ -183,26 +182,26 @@ S& provided_or_own(S* (uvt_extern::StdStreamProvider::*slot)(), S& (*own_stream)
 
 basic_istream<char>& getStandardInput()
 {
-    return provided_or_own(&uvt_extern::StdStreamProvider::get_standard_input,
-                           +[]() -> basic_istream<char>& { return own().in; });
+    return provided_or_own(
+        &uvt_extern::StdStreamProvider::get_standard_input, +[]() -> basic_istream<char>& { return own().in; });
 }
 
 basic_ostream<char>& getStandardOutput()
 {
-    return provided_or_own(&uvt_extern::StdStreamProvider::get_standard_output,
-                           +[]() -> basic_ostream<char>& { return own().out; });
+    return provided_or_own(
+        &uvt_extern::StdStreamProvider::get_standard_output, +[]() -> basic_ostream<char>& { return own().out; });
 }
 
 basic_ostream<char>& getStandardError()
 {
-    return provided_or_own(&uvt_extern::StdStreamProvider::get_standard_error,
-                           +[]() -> basic_ostream<char>& { return own().err; });
+    return provided_or_own(
+        &uvt_extern::StdStreamProvider::get_standard_error, +[]() -> basic_ostream<char>& { return own().err; });
 }
 
 basic_ostream<char>& getLocalStream()
 {
-    return provided_or_own(&uvt_extern::StdStreamProvider::get_local_stream,
-                           +[]() -> basic_ostream<char>& { return own().local; });
+    return provided_or_own(
+        &uvt_extern::StdStreamProvider::get_local_stream, +[]() -> basic_ostream<char>& { return own().local; });
 }
 
 } // namespace uvt

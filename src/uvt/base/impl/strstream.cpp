@@ -75,10 +75,7 @@ bool strstreambuf::reserve_(std::size_t extra) noexcept
     return true;
 }
 
-ostrstream::ostrstream(allocator& a) : buf_(a)
-{
-    init(&buf_);
-}
+ostrstream::ostrstream(allocator& a) : buf_(a) { init(&buf_); }
 
 ostrstream::~ostrstream() = default;
 
@@ -95,10 +92,7 @@ std::size_t caller_capacity(const char* buffer, int size)
 }
 } // namespace
 
-msgarg_stream::msgarg_stream(const char* name) : name_(name), buf_(allocator::global_allocator())
-{
-    init(&buf_);
-}
+msgarg_stream::msgarg_stream(const char* name) : name_(name), buf_(allocator::global_allocator()) { init(&buf_); }
 
 msgarg_stream::msgarg_stream(const char* name, char* buffer, int size)
     : name_(name), buf_(buffer, caller_capacity(buffer, size))

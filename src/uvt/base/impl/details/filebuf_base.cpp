@@ -69,10 +69,7 @@ bool is_regular_file(int fd) noexcept
 
 } // namespace
 
-Filebuf_base::~Filebuf_base()
-{
-    close();
-}
+Filebuf_base::~Filebuf_base() { close(); }
 
 bool Filebuf_base::open(const char* name, ios_base::openmode mode, long permissions) noexcept
 {
@@ -122,10 +119,7 @@ bool Filebuf_base::close() noexcept
     return closed;
 }
 
-long Filebuf_base::read(char* buffer, long n) noexcept
-{
-    return ::read(fd_, buffer, static_cast<size_t>(n));
-}
+long Filebuf_base::read(char* buffer, long n) noexcept { return ::read(fd_, buffer, static_cast<size_t>(n)); }
 
 bool Filebuf_base::write(const char* buffer, long n) noexcept
 {
@@ -179,9 +173,6 @@ void* Filebuf_base::mmap(long long offset, long long length) noexcept
     return address;
 }
 
-void Filebuf_base::unmap(void* address, long long length) noexcept
-{
-    ::munmap(address, static_cast<size_t>(length));
-}
+void Filebuf_base::unmap(void* address, long long length) noexcept { ::munmap(address, static_cast<size_t>(length)); }
 
 } // namespace uvt::impl
