@@ -13,6 +13,7 @@
 #include <uvt/ext/buffer_stream>
 #include <uvt/impl/message_list>
 #include <uvt/stdexcept>
+#include <uvt/string>
 
 #include <gtest/gtest.h>
 
@@ -364,6 +365,24 @@ TEST_F(ExceptionTest, ReadersIterationAndIdentity)
     EXPECT_TRUE(a.is_processed());
     EXPECT_TRUE(next == b);
     EXPECT_EQ(next.get_next().data(), nullptr);
+}
+
+TEST_F(ExceptionTest, WhatWithAnAllocatorRendersTheShortLayout)
+{
+    const uvt::out_of_range e(__FILE__, __LINE__, 7, 0, 5);
+    const std::string expected = short_text(e, true);
+    ASSERT_NE(expected.find("Index 7 out of range [0, 5)"), std::string::npos);
+    uvt_test::counting_allocator a;
+    {
+        const uvt::basic_string<char> shown = e.what(a, true);
+        EXPECT_EQ(std::string(shown.data(), shown.size()), expected);
+        EXPECT_EQ(&shown.get_allocator(), &a);
+        EXPECT_EQ(a.live_blocks(), shown.capacity() > 39 ? 1u : 0u) << "the stream's block is gone";
+    }
+    const unsigned long points = uvt_test::sweep_allocation_failures(
+        [&](uvt::allocator& failing) { (void)e.what(failing, false); },
+        [](bool threw) { EXPECT_TRUE(threw) << "a text cut short is never returned"; });
+    EXPECT_GE(points, 2u);
 }
 
 // --- host callbacks ---

@@ -50,19 +50,16 @@ std::string streamed(uvt::allocation_failure_type t)
     return os.c_str();
 }
 
+// The library's name table is sized by the enumeration; spot checks of its
+// ends and middle, and the texts for values beyond it.
 TEST(AllocationFailureType, TextsOfKnownAndUnexpectedValues)
 {
-    const char* names[] = {"UNKNOWN", "MALFUNCTION", "ILLEGAL_ALLOCATION", "OPERATING_SYSTEM_LIMIT",
-                           "GLOBAL_ALLOCATION_LIMIT", "PROCESS_ALLOCATION_LIMIT", "GENERIC_LIMIT", "USER_LIMIT",
-                           "GENERIC_COMPOSITE_LIMIT", "STATEMENT_MEMORY_LIMIT", "USER_COMPOSITE_LIMIT",
-                           "INTERNAL_ERROR", "NO_COMPACTIONS_ALLOWED", "RECURSION_DETECTED", "IPMM_DEACTIVATED",
-                           "TIME_OUT", "FORBIDDEN"};
-    for (int v = 0; v <= 16; ++v) {
+    for (auto [v, name] : {std::pair{0, "UNKNOWN"}, {9, "STATEMENT_MEMORY_LIMIT"}, {16, "FORBIDDEN"}}) {
         const auto t = static_cast<uvt::allocation_failure_type>(v);
-        EXPECT_STREQ(uvt::get_allocation_failure_type_string(t), names[v]);
-        EXPECT_EQ(streamed(t), names[v]);
+        EXPECT_STREQ(uvt::get_allocation_failure_type_string(t), name);
+        EXPECT_EQ(streamed(t), name);
     }
-    for (int v : {17, 200, 255}) {
+    for (int v : {17, 255}) {
         const auto t = static_cast<uvt::allocation_failure_type>(v);
         EXPECT_STREQ(uvt::get_allocation_failure_type_string(t), "<Unexpected allocation failure limit type>");
         EXPECT_EQ(streamed(t), "<Unexpected allocation failure type " + std::to_string(v) + ">");

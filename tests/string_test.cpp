@@ -1,13 +1,11 @@
 // uvt::basic_string: states and growth, sharing, read-only views, length
-// checks, concatenation, allocation failures, concurrent release, output,
-// and the texts of the error categories.
+// checks, concatenation, allocation failures, concurrent release and output.
 #include "support/string_ostream.h"
 #include "support/test_allocator.h"
 
 #include <uvt/new>
 #include <uvt/stdexcept>
 #include <uvt/string>
-#include <uvt/system_error>
 
 #include <gtest/gtest.h>
 
@@ -39,7 +37,7 @@ TEST(StringStates, InlineUpToThe64ByteObjectThenGrowthRule)
     counting_allocator a;
     uvt::string s(repeat(39).c_str(), a);
     EXPECT_EQ(s.capacity(), 39u);
-    EXPECT_EQ(a.attempts(), 0u) << "39 characters live inside the object";
+    EXPECT_EQ(a.attempts(), 0u) << "39 characters (9 wide ones) live inside the object";
 
     s.push_back('y');
     EXPECT_EQ(s.capacity(), 59u) << "39 + 19 + 1";
@@ -52,14 +50,9 @@ TEST(StringStates, InlineUpToThe64ByteObjectThenGrowthRule)
     uvt::string jump(a);
     jump.append(repeat(100).c_str());
     EXPECT_EQ(jump.capacity(), 100u) << "2 * 100 > 3 * 39: exactly the need";
-}
 
-TEST(StringStates, WideStringsHoldNineUnitsInline)
-{
-    counting_allocator a;
     uvt::wstring w(L"123456789", a);
     EXPECT_EQ(w.capacity(), 9u);
-    EXPECT_EQ(a.attempts(), 0u);
     w.push_back(L'0');
     EXPECT_EQ(w.capacity(), 14u);
     EXPECT_EQ(a.last_size(), (14u + 3) * 4) << "the count takes two units";
@@ -306,12 +299,9 @@ TEST(StringViews, EveryChangeIsRefusedWithTheTextCutTo127Characters)
     EXPECT_EQ(view.data(), long_literal);
     EXPECT_EQ(text(other), repeat(50));
     EXPECT_EQ(a.live_blocks(), 1u) << "nothing allocated for a refused change";
-}
 
-TEST(StringViews, WideTextShowsUnitsAbove0xFFAsQuestionMarks)
-{
-    uvt::wstring view{uvt::wstring_retval(L"a\u00e9\u20acz")};
-    EXPECT_EQ(rvalue_text_of([&] { view.push_back(L'x'); }), "a\xe9?z");
+    uvt::wstring wide{uvt::wstring_retval(L"a\u00e9\u20acz")};
+    EXPECT_EQ(rvalue_text_of([&] { wide.push_back(L'x'); }), "a\xe9?z") << "units above 0xFF as question marks";
 }
 
 // --- length arithmetic ---
@@ -468,58 +458,6 @@ TEST(StringOutput, NarrowAndWideStringsAsOneField)
     EXPECT_EQ(os.str(), "xyz wv!\xc3\xbc");
     os << uvt::wcstring_ptr();
     EXPECT_TRUE(os.bad());
-}
-
-// --- the texts of the error categories ---
-
-TEST(CategoryMessages, ViewThePlatformTextWithoutCopying)
-{
-    const uvt::string generic = uvt::generic_category().message(2);
-    EXPECT_STREQ(generic.c_str(), std::strerror(2));
-    EXPECT_TRUE(generic.is_rvalue());
-    EXPECT_EQ(text(uvt::system_category().message(13)), std::strerror(13));
-    EXPECT_EQ(text(uvt::iostream_category().message(1)), "iostream stream error");
-    EXPECT_EQ(text(uvt::iostream_category().message(2)), std::strerror(2));
-    EXPECT_EQ(text(uvt::error_condition(1, uvt::iostream_category()).message()), "iostream stream error");
-    EXPECT_STREQ(uvt::generic_category().name(), "generic");
-}
-
-TEST(CategoryMessages, SystemErrorCopiesTheTextAsItsTemplate)
-{
-    // The texts are temporaries in heap blocks: the exceptions must keep
-    // copies, not the strings' characters.
-    const std::string what = "cannot open $PATH$ " + repeat(40, '.');
-    counting_allocator a;
-    const uvt::system_error by_code(__FILE__, __LINE__, uvt::error_code(5, uvt::system_category()),
-                                    uvt::string(what.c_str(), a));
-    const uvt::system_error by_value(__FILE__, __LINE__, 6, uvt::system_category(), uvt::string(what.c_str(), a));
-    EXPECT_EQ(a.live_blocks(), 0u);
-    EXPECT_EQ(by_code.error_no(), 5);
-    EXPECT_EQ(by_value.error_no(), 6);
-    EXPECT_EQ(by_code.what(), what);
-    EXPECT_EQ(by_value.what(), what);
-}
-
-// --- exceptions rendered into strings ---
-
-TEST(ExceptionText, WhatRendersTheShortLayoutWithTheGivenAllocator)
-{
-    const uvt::out_of_range e(__FILE__, __LINE__, 7, 0, 5);
-    uvt_test::string_ostream expected;
-    e.print_short(expected, true, false);
-    ASSERT_NE(expected.str().find("Index 7 out of range [0, 5)"), std::string::npos);
-
-    counting_allocator a;
-    {
-        const uvt::string shown = e.what(a, true);
-        EXPECT_EQ(text(shown), expected.str());
-        EXPECT_EQ(&shown.get_allocator(), &a);
-        EXPECT_EQ(a.live_blocks(), shown.capacity() > 39 ? 1u : 0u) << "the stream's block is gone";
-    }
-    const unsigned long points = uvt_test::sweep_allocation_failures(
-        [&](counting_allocator& failing) { (void)e.what(failing, false); },
-        [](bool threw) { EXPECT_TRUE(threw) << "a text cut short is never returned"; });
-    EXPECT_GE(points, 2u);
 }
 
 } // namespace
