@@ -135,25 +135,18 @@ void expect_like_standard(std::initializer_list<T> values)
                 << "value " << +v << " flags 0x" << std::hex << f.flags << std::dec << " width " << f.width;
 }
 
-template <class T>
+template <class... T>
 void expect_like_standard_limits()
 {
-    using L = std::numeric_limits<T>;
-    expect_like_standard<T>({T(0), T(1), T(42), T(255), L::max(), L::min(), T(L::max() / 3)});
-    if constexpr (L::is_signed)
-        expect_like_standard<T>({T(-1), T(-42), T(L::min() + 1)});
+    (expect_like_standard<T>({T(0), T(1), T(42), T(255), std::numeric_limits<T>::max(), std::numeric_limits<T>::min(),
+                              T(std::numeric_limits<T>::max() / 3), T(-1), T(-42), T(std::numeric_limits<T>::min() + 1)}),
+     ...);
 }
 
 TEST(OstreamFormat, IntegersMatchTheStandardStreamsForEveryFlagWidthAndFill)
 {
-    expect_like_standard_limits<short>();
-    expect_like_standard_limits<unsigned short>();
-    expect_like_standard_limits<int>();
-    expect_like_standard_limits<unsigned int>();
-    expect_like_standard_limits<long>();
-    expect_like_standard_limits<unsigned long>();
-    expect_like_standard_limits<long long>();
-    expect_like_standard_limits<unsigned long long>();
+    expect_like_standard_limits<short, unsigned short, int, unsigned, long, unsigned long, long long,
+                                unsigned long long>();
     expect_like_standard<bool>({false, true});
 }
 
@@ -260,7 +253,7 @@ TEST(OstreamSentry, TiedStreamIsFlushedBeforeEachInsertion)
     EXPECT_EQ(s.buf.text, "1x2");
 }
 
-TEST(OstreamSentry, UnitbufFlushesAfterEveryInsertionAndEndlFlushes)
+TEST(OstreamSentry, UnitbufAndEndlFlushAndAFailedSyncSetsBadbit)
 {
     capture_stream s;
     s.os << 1 << 2;
@@ -270,14 +263,9 @@ TEST(OstreamSentry, UnitbufFlushesAfterEveryInsertionAndEndlFlushes)
     s.os << uvt::nounitbuf << 5 << uvt::endl;
     EXPECT_EQ(s.buf.syncs, 3);
     EXPECT_EQ(s.buf.text, "12345\n");
-}
-
-TEST(OstreamSentry, FailedSyncSetsBadbit)
-{
-    capture_stream s;
     s.buf.sync_result = -1;
     s.os.flush();
-    EXPECT_TRUE(s.os.bad());
+    EXPECT_TRUE(s.os.bad()) << "a failed sync sets badbit";
 }
 
 TEST(OstreamSentry, StreamWithoutBufferIsBad)

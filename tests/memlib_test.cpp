@@ -520,28 +520,25 @@ protected:
         action.sa_handler = [](int) { segv_count = segv_count + 1; };
         sigemptyset(&action.sa_mask);
         ASSERT_EQ(sigaction(SIGSEGV, &action, &previous_), 0);
-        segv_count = 0;
     }
     void TearDown() override { sigaction(SIGSEGV, &previous_, nullptr); }
 
-    // Runs `op` with a destination size of `fits` and of `fits - 1`: the
-    // first must not signal, the second must signal once; both must produce
-    // `expected` in dst.
-    template <class Op>
-    void check(std::size_t fits, const std::string& expected, Op op)
+    // Runs `op` on a destination holding "ab" with a size of `fits` and of
+    // `fits - 1` elements: the first must not signal, the second must signal
+    // once; both must leave `expected`, terminator and one untouched '#'
+    // included.
+    template <class C, class Op>
+    static void check(std::size_t fits, const std::basic_string<C>& expected, Op op)
     {
         for (std::size_t size : {fits, fits - 1}) {
-            std::fill(std::begin(dst_), std::end(dst_), '#');
-            std::copy(std::begin(prefix_), std::end(prefix_), dst_);
+            C dst[64] = {'a', 'b'};
+            std::fill(dst + 3, std::end(dst), C('#'));
             segv_count = 0;
-            op(dst_, size);
+            op(dst, size);
             EXPECT_EQ(segv_count, size < fits ? 1 : 0) << "size " << size;
-            EXPECT_EQ(std::string(dst_, expected.size()), expected) << "size " << size;
+            EXPECT_EQ(std::basic_string<C>(dst, expected.size()), expected) << "size " << size;
         }
     }
-
-    char dst_[64];
-    static constexpr char prefix_[] = "ab";  // with its terminator
 
 private:
     struct sigaction previous_{};
@@ -549,31 +546,17 @@ private:
 
 TEST_F(MemlibChecked, RaiseSigsegvAndCarryOn)
 {
+    using namespace std::string_literals;
     const char* src = "0123456789";
-    check(10, "0123456789#", [&](char* d, std::size_t size) { __memcpy_chk(d, src, 10, size); });
-    check(10, "0123456789#", [&](char* d, std::size_t size) { __memmove_chk(d, src, 10, size); });
-    check(7, std::string(7, 'z') + "#", [&](char* d, std::size_t size) { __memset_chk(d, 'z', 7, size); });
-    check(14, std::string("0123456789\0\0\0\0#", 15),
-          [&](char* d, std::size_t size) { __strncpy_chk(d, src, 14, size); });
-    check(11, std::string("0123456789\0#", 12), [&](char* d, std::size_t size) { __strcpy_chk(d, src, size); });
-    check(13, std::string("ab0123456789\0#", 14), [&](char* d, std::size_t size) { __strcat_chk(d, src, size); });
-}
-
-TEST_F(MemlibChecked, WideVariantsCountElements)
-{
-    const struct {
-        std::size_t fits;
-        wchar_t* (*op)(wchar_t*, const wchar_t*, std::size_t);
-        const wchar_t* expected;
-    } rows[] = {{5, __wcscpy_chk, L"wide"}, {7, __wcscat_chk, L"xywide"}};
-    for (const auto& row : rows)
-        for (std::size_t size : {row.fits, row.fits - 1}) {
-            wchar_t d[16] = L"xy";
-            segv_count = 0;
-            row.op(d, L"wide", size);
-            EXPECT_EQ(segv_count, size < row.fits ? 1 : 0);
-            EXPECT_EQ(std::wcscmp(d, row.expected), 0);
-        }
+    check(10, "0123456789#"s, [&](char* d, std::size_t size) { __memcpy_chk(d, src, 10, size); });
+    check(10, "0123456789#"s, [&](char* d, std::size_t size) { __memmove_chk(d, src, 10, size); });
+    check(7, "zzzzzzz#"s, [&](char* d, std::size_t size) { __memset_chk(d, 'z', 7, size); });
+    check(14, "0123456789\0\0\0\0#"s, [&](char* d, std::size_t size) { __strncpy_chk(d, src, 14, size); });
+    check(11, "0123456789\0#"s, [&](char* d, std::size_t size) { __strcpy_chk(d, src, size); });
+    check(13, "ab0123456789\0#"s, [&](char* d, std::size_t size) { __strcat_chk(d, src, size); });
+    // The wide variants count elements.
+    check(5, L"wide\0#"s, [](wchar_t* d, std::size_t size) { __wcscpy_chk(d, L"wide", size); });
+    check(7, L"abwide\0#"s, [](wchar_t* d, std::size_t size) { __wcscat_chk(d, L"wide", size); });
 }
 
 // ---------------------------------------------------------------------------

@@ -174,48 +174,34 @@ TEST(MessageList, AllocationFailuresThrowBadAllocWithoutLeaking)
     EXPECT_EQ(points, 5u);
 }
 
+// A message node is its header and its terminated text rounded up to 8
+// bytes; a payload holds 71 bytes more (its header and the worst alignment
+// gap, less the node header); a parameter keeps at least 8 bytes of value.
 TEST(BlockSizes, MessagesParametersAndPayloads)
 {
-    const struct {
-        int line;
-        const char* text;
-        unsigned long node_bytes;
-        unsigned long payload_bytes;
-    } messages[] = {
-        {__LINE__, nullptr, 64, 135},
-        {__LINE__, "", 64, 135},
-        {__LINE__, "1234567", 64, 135},
-        {__LINE__, "12345678", 72, 143},
-        {__LINE__, "123456789012345", 72, 143},
-    };
-    const struct {
-        int line;
-        const char* value;
-        unsigned long bytes;
-    } params[] = {
-        {__LINE__, nullptr, 40}, {__LINE__, "", 40}, {__LINE__, "1234567", 40}, {__LINE__, "12345678", 41},
-    };
-    for (const auto& m : messages) {
-        SCOPED_TRACE(testing::Message() << "row at line " << m.line);
+    const std::pair<const char*, unsigned long> messages[] = {
+        {nullptr, 64}, {"", 64}, {"1234567", 64}, {"12345678", 72}, {"123456789012345", 72}};
+    for (auto [text, node_bytes] : messages) {
+        SCOPED_TRACE(text ? text : "null");
         uvt_test::counting_allocator a;
         {
             uvt::message_list list(a);
-            list.new_message(m.text);
-            EXPECT_EQ(a.live_bytes(), m.node_bytes);
+            list.new_message(text);
+            EXPECT_EQ(a.live_bytes(), node_bytes);
         }
-        const uvt::impl::ErrorCodeImpl ec(1, m.text, &uvt::generic_category(), "SIZE");
+        const uvt::impl::ErrorCodeImpl ec(1, text, &uvt::generic_category(), "SIZE");
         uvt::exception e(a, "f.cpp", 1, ec, uvt::exception::CALLER_SUPPRESS_STACK_TRACE);
-        EXPECT_EQ(a.live_bytes(), m.payload_bytes);
+        EXPECT_EQ(a.live_bytes(), node_bytes + 71);
         e.mark_processed();
     }
-    for (const auto& p : params) {
-        SCOPED_TRACE(testing::Message() << "row at line " << p.line);
+    const std::pair<const char*, unsigned long> params[] = {{nullptr, 40}, {"", 40}, {"1234567", 40}, {"12345678", 41}};
+    for (auto [value, bytes] : params) {
         uvt_test::counting_allocator a;
         uvt::message_list list(a);
         list.new_message("m");
         const unsigned long before = a.live_bytes();
-        list.new_param("N", p.value, false);
-        EXPECT_EQ(a.live_bytes() - before, p.bytes);
+        list.new_param("N", value, false);
+        EXPECT_EQ(a.live_bytes() - before, bytes) << (value ? value : "null");
     }
 }
 

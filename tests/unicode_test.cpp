@@ -95,44 +95,28 @@ Units utf16(unsigned int cp)
     return {static_cast<unsigned short>(0xD800 + (cp >> 10)), static_cast<unsigned short>(0xDC00 + (cp & 0x3FF))};
 }
 
-template <class T>
-std::vector<T> joined(const std::vector<std::vector<T>>& parts)
-{
-    std::vector<T> all;
-    for (const auto& p : parts)
-        all.insert(all.end(), p.begin(), p.end());
-    return all;
-}
-
-constexpr unsigned int kMixed[] = {0x41, 0xE9, 0x3A9, 0x416, 0x20AC, 0x4E2D, 0x1F600, 0x7A};
-
 // The kernels and convertToASCII with their extra arguments bound, in the
 // six-argument shape of the other converters.
 auto kernelFrom(bool bigEndian)
 {
-    return [bigEndian](const UC::usc2_bytes* s, const UC::usc2_bytes* e, const UC::usc2_bytes*& stop, unsigned char* t,
-                       unsigned char* te, unsigned char*& tstop) {
+    return [bigEndian](auto s, auto e, auto& stop, auto t, auto te, auto& tstop) {
         return UC::kernelConvertFromUTF16(s, e, stop, bigEndian, t, te, tstop);
     };
 }
 
 auto kernelTo(bool bigEndian)
 {
-    return [bigEndian](const unsigned char* s, const unsigned char* e, const unsigned char*& stop, UC::usc2_bytes* t,
-                       UC::usc2_bytes* te, UC::usc2_bytes*& tstop) {
+    return [bigEndian](auto s, auto e, auto& stop, auto t, auto te, auto& tstop) {
         return UC::kernelConvertToUTF16(s, e, stop, t, te, tstop, bigEndian);
     };
 }
 
 auto toEightBit(char replacement, unsigned long& replaced)
 {
-    return [replacement, &replaced](const unsigned char* s, const unsigned char* e, const unsigned char*& stop,
-                                    signed char* t, signed char* te, signed char*& tstop) {
+    return [replacement, &replaced](auto s, auto e, auto& stop, auto t, auto te, auto& tstop) {
         return UC::convertToASCII(s, e, stop, t, te, tstop, replacement, replaced);
     };
 }
-
-// ---- UTF-8 decoding -------------------------------------------------------
 
 struct DecodeCase {
     const char* what;
@@ -197,8 +181,6 @@ TEST(UnicodeDecode, EveryTruncationIsIncompleteAndEveryContinuationByteAnIllegal
             << b;
 }
 
-// ---- UTF-16 and UCS-4 encoding ----------------------------------------------
-
 struct EncodeCase {
     const char* what;
     Units in;
@@ -232,19 +214,11 @@ TEST(UnicodeEncode, UTF16TableAndBothKernelOrders)
 TEST(UnicodeEncode, UCS4UsesUpToSixBytesAndReplacesTheRest)
 {
     const std::pair<unsigned int, Bytes> cases[] = {
-        {0x7F, {0x7F}},
-        {0x80, {0xC2, 0x80}},
-        {0x7FF, {0xDF, 0xBF}},
-        {0x800, {0xE0, 0xA0, 0x80}},
-        {0xD800, {0xED, 0xA0, 0x80}},
-        {0xFFFF, {0xEF, 0xBF, 0xBF}},
-        {0x10000, {0xF0, 0x90, 0x80, 0x80}},
-        {0x1FFFFF, {0xF7, 0xBF, 0xBF, 0xBF}},
-        {0x200000, {0xF8, 0x88, 0x80, 0x80, 0x80}},
-        {0x3FFFFFF, {0xFB, 0xBF, 0xBF, 0xBF, 0xBF}},
-        {0x4000000, {0xFC, 0x84, 0x80, 0x80, 0x80, 0x80}},
-        {0x7FFFFFFF, {0xFD, 0xBF, 0xBF, 0xBF, 0xBF, 0xBF}},
-        {0x80000000, {0xEF, 0xBF, 0xBD}},
+        {0x7F, {0x7F}}, {0x80, {0xC2, 0x80}}, {0x7FF, {0xDF, 0xBF}}, {0x800, {0xE0, 0xA0, 0x80}},
+        {0xD800, {0xED, 0xA0, 0x80}}, {0xFFFF, {0xEF, 0xBF, 0xBF}}, {0x10000, {0xF0, 0x90, 0x80, 0x80}},
+        {0x1FFFFF, {0xF7, 0xBF, 0xBF, 0xBF}}, {0x200000, {0xF8, 0x88, 0x80, 0x80, 0x80}},
+        {0x3FFFFFF, {0xFB, 0xBF, 0xBF, 0xBF, 0xBF}}, {0x4000000, {0xFC, 0x84, 0x80, 0x80, 0x80, 0x80}},
+        {0x7FFFFFFF, {0xFD, 0xBF, 0xBF, 0xBF, 0xBF, 0xBF}}, {0x80000000, {0xEF, 0xBF, 0xBD}},
         {0xFFFFFFFF, {0xEF, 0xBF, 0xBD}},
     };
     for (const auto& [value, bytes] : cases)
@@ -253,69 +227,53 @@ TEST(UnicodeEncode, UCS4UsesUpToSixBytesAndReplacesTheRest)
     EXPECT_EQ(run<unsigned char>(UC::convertFromUCS4, Ucs4{0x800}, 2), (Outcome<unsigned char>{3, 0, {}}));
 }
 
-// ---- target full ------------------------------------------------------------
-
-template <class S, class T>
-using Parts = std::vector<std::pair<std::vector<S>, std::vector<T>>>;
-
-// Converts the characters of `parts` (each as its source units and expected
-// output) into targets of every size up to the whole output: each run must
-// stop with code 3 right before the first character that does not fit.
-template <class S, class T, class Convert>
-void expectStopsAtEveryTargetSize(Convert convert, const Parts<S, T>& parts)
+// Converts `text`, each character given as its source units by source(cp)
+// and its expected output by output(cp), into targets of every size up to
+// the whole output: each run must stop with code 3 right before the first
+// character that does not fit.
+template <class Convert, class Source, class Output>
+void expectStopsAtEveryTargetSize(Convert convert, const Ucs4& text, Source source, Output output)
 {
-    std::vector<std::vector<S>> sources;
-    std::vector<std::vector<T>> outputs;
-    for (const auto& [s, t] : parts) {
-        sources.push_back(s);
-        outputs.push_back(t);
+    decltype(source(0)) in;
+    decltype(output(0)) all;
+    for (unsigned int cp : text) {
+        const auto units = source(cp), out = output(cp);
+        in.insert(in.end(), units.begin(), units.end());
+        all.insert(all.end(), out.begin(), out.end());
     }
-    const auto in = joined(sources);
-    const auto all = joined(outputs);
     for (std::size_t room = 0; room <= all.size(); ++room) {
         std::size_t read = 0, written = 0;
-        for (const auto& [s, t] : parts) {
-            if (written + t.size() > room)
+        for (unsigned int cp : text) {
+            if (written + output(cp).size() > room)
                 break;
-            read += s.size();
-            written += t.size();
+            read += source(cp).size();
+            written += output(cp).size();
         }
+        using T = typename decltype(all)::value_type;
         EXPECT_EQ(run<T>(convert, in, room),
                   (Outcome<T>{read == in.size() ? 0 : 3, read, std::vector<T>(all.begin(), all.begin() + written)}))
             << "room " << room;
     }
 }
 
-template <class S, class T, class Source, class Output>
-Parts<S, T> partsOf(const std::vector<unsigned int>& text, Source source, Output output)
-{
-    Parts<S, T> parts;
-    for (unsigned int cp : text)
-        parts.emplace_back(source(cp), output(cp));
-    return parts;
-}
-
 TEST(UnicodeTargetFull, EveryConverterStopsBeforeTheCharacterThatDoesNotFit)
 {
-    const std::vector<unsigned int> text(std::begin(kMixed), std::end(kMixed));
-    const auto one = [](unsigned int cp) { return std::vector<unsigned int>{cp}; };
+    const Ucs4 text = {0x41, 0xE9, 0x3A9, 0x416, 0x20AC, 0x4E2D, 0x1F600, 0x7A};
+    const auto one = [](unsigned int cp) { return Ucs4{cp}; };
     const auto sourceByte = [](unsigned int cp) { return std::vector<signed char>{static_cast<signed char>(cp)}; };
     const auto pairDecoded = [](unsigned int cp) { return utf8(cp > 0xFFFF ? cp + 1 : cp); };
     const auto latin1 = [](unsigned int cp) { return std::vector<signed char>{static_cast<signed char>(cp <= 0xFF ? cp : '?')}; };
     unsigned long replaced = 0;
 
-    expectStopsAtEveryTargetSize(UC::convertToUTF16, partsOf<unsigned char, unsigned short>(text, utf8, utf16));
-    expectStopsAtEveryTargetSize(UC::convertFromUTF16, partsOf<unsigned short, unsigned char>(text, utf16, pairDecoded));
+    expectStopsAtEveryTargetSize(UC::convertToUTF16, text, utf8, utf16);
+    expectStopsAtEveryTargetSize(UC::convertFromUTF16, text, utf16, pairDecoded);
     auto wide = text;
     wide.insert(wide.end(), {0x200000, 0x7FFFFFFF});
-    expectStopsAtEveryTargetSize(UC::convertToUCS4, partsOf<unsigned char, unsigned int>(wide, utf8, one));
-    expectStopsAtEveryTargetSize(UC::convertFromUCS4, partsOf<unsigned int, unsigned char>(wide, one, utf8));
-    expectStopsAtEveryTargetSize(UC::convertFromASCII,
-                                 partsOf<signed char, unsigned char>({0x41, 0xE9, 0x7F, 0x80, 0xFF}, sourceByte, utf8));
-    expectStopsAtEveryTargetSize(toEightBit('?', replaced), partsOf<unsigned char, signed char>(text, utf8, latin1));
+    expectStopsAtEveryTargetSize(UC::convertToUCS4, wide, utf8, one);
+    expectStopsAtEveryTargetSize(UC::convertFromUCS4, wide, one, utf8);
+    expectStopsAtEveryTargetSize(UC::convertFromASCII, {0x41, 0xE9, 0x7F, 0x80, 0xFF}, sourceByte, utf8);
+    expectStopsAtEveryTargetSize(toEightBit('?', replaced), text, utf8, latin1);
 }
-
-// ---- 8-bit text -------------------------------------------------------------
 
 struct EightBitCase {
     const char* what;
@@ -354,8 +312,6 @@ TEST(UnicodeEightBit, ToEightBitTable)
         EXPECT_EQ(replaced, c.replaced);
     }
 }
-
-// ---- bytelen ----------------------------------------------------------------
 
 TEST(UnicodeBytelen, MeasuresUpToTheStop)
 {
