@@ -2,6 +2,7 @@
 // the adaptor allocator behind the allocator-less constructors, range
 // errors, construction from library strings and views, and conversion
 // between the widths.
+#include "support/caught.h"
 #include "support/test_allocator.h"
 
 #include <uvt/adp/string>
@@ -155,14 +156,10 @@ TEST(AdpString, PositionsOutOfRangeReportValueAndBounds)
     };
     for (const range_case& c : cases) {
         uvt_adp::string s("hello");
-        try {
-            c.operation(s);
-            ADD_FAILURE() << c.name << " did not throw";
-        } catch (const uvt::out_of_range& e) {
-            EXPECT_STREQ(e.get_msgarg_by_name("IDX"), c.idx) << c.name;
-            EXPECT_STREQ(e.get_msgarg_by_name("BEG"), c.beg) << c.name;
-            EXPECT_STREQ(e.get_msgarg_by_name("END"), c.end) << c.name;
-        }
+        const auto e = uvt_test::caught<uvt::out_of_range>([&] { c.operation(s); });
+        EXPECT_STREQ(e.get_msgarg_by_name("IDX"), c.idx) << c.name;
+        EXPECT_STREQ(e.get_msgarg_by_name("BEG"), c.beg) << c.name;
+        EXPECT_STREQ(e.get_msgarg_by_name("END"), c.end) << c.name;
     }
 }
 

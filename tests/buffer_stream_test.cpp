@@ -1,5 +1,7 @@
 // buffer_stream: text in an inline buffer, and what happens when it is full.
 
+#include "support/caught.h"
+
 #include <uvt/ext/buffer_stream>
 
 #include <gtest/gtest.h>
@@ -56,14 +58,9 @@ TEST(BufferStream, OverflowThrowsItsOwnFailureWhenTheMaskAsksForBadbit)
     uvt::buffer_stream<4> os;
     os.exceptions(ios_base::badbit);
     os << "ab";
-    try {
-        os << "cdef";
-        FAIL() << "no exception";
-    } catch (const ios_base::failure& e) {
-        EXPECT_STREQ(e.what(), "buffer_stream::overflow");
-        EXPECT_EQ(e.error_no(), 1000087);
-        e.mark_processed();
-    }
+    const auto e = uvt_test::caught<ios_base::failure>([&] { os << "cdef"; });
+    EXPECT_STREQ(e.what(), "buffer_stream::overflow");
+    EXPECT_EQ(e.error_no(), 1000087);
     EXPECT_TRUE(os.bad());
     EXPECT_STREQ(os.c_str(), "abc");
 }

@@ -3,6 +3,7 @@
 // failure class itself is checked with the other exception classes
 // (stdexcept_test).
 
+#include "support/caught.h"
 #include "support/test_host.h"
 
 #include <uvt/ios>
@@ -409,13 +410,8 @@ TEST(IosCallbacks, GrowthFailureLeavesTheTableAndThrowsItsOwnMessage)
             s.os.register_callback(log_event, 1);
             const unsigned long live = global.live_blocks();
             global.fail_at(r.failing_allocation);
-            try {
-                s.os.register_callback(log_event, 2);
-                ADD_FAILURE() << "no exception, row at line " << r.line;
-            } catch (const ios_base::failure& e) {
-                EXPECT_STREQ(e.what(), r.message) << "row at line " << r.line;
-                e.mark_processed();
-            }
+            const auto e = uvt_test::caught<ios_base::failure>([&] { s.os.register_callback(log_event, 2); });
+            EXPECT_STREQ(e.what(), r.message) << "row at line " << r.line;
             global.fail_at(0);
             EXPECT_TRUE(s.os.bad()) << "badbit is set whatever the mask";
             EXPECT_EQ(global.live_blocks(), live) << "row at line " << r.line;

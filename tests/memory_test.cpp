@@ -1,6 +1,7 @@
 // The allocator interface, the malloc allocator and the process-wide
 // accessors as a program without a host object sees them.
 
+#include "support/caught.h"
 #include "support/test_allocator.h"
 
 #include <uvt/exception>
@@ -193,32 +194,23 @@ TEST(MallocAllocator, BadAllocCarriesTheAllocatorsArguments)
 {
     auto a = private_malloc_allocator();
     a->setMalfunctionStartCounter(1);
-    try {
-        a->allocate(1234);
-        ADD_FAILURE() << "allocation should fail";
-    } catch (const uvt::bad_alloc& e) {
-        e.mark_processed();
-        EXPECT_EQ(e.error_no(), 1000002);
-        EXPECT_STREQ(e.get_msgarg_by_name("size"), "1234");
-        EXPECT_STREQ(e.get_msgarg_by_name("name"), "private");
-        EXPECT_STREQ(e.get_msgarg_by_name("type"), "UvtMallocAllocator");
-        EXPECT_STREQ(e.file().get(), "uvt/impl/memory");
-        EXPECT_EQ(e.line(), 126);
-        EXPECT_EQ(e.get_allocation_failure_type(), uvt::UNKNOWN);
-    }
-    try {
-        a->allocateAligned(100, 64, nullptr);
-        ADD_FAILURE() << "allocation should fail";
-    } catch (const uvt::bad_alloc& e) {
-        e.mark_processed();
-        EXPECT_EQ(e.line(), 203);
-        uvt::buffer_stream<2048> out;
-        e.print_short(out, true, true);
-        const std::string text = out.c_str();
-        const auto first = text.find("$size$=100");
-        EXPECT_NE(first, std::string::npos) << text;
-        EXPECT_NE(text.find("$size$=100", first + 1), std::string::npos) << "the size argument appears twice: " << text;
-    }
+    const auto e = uvt_test::caught<uvt::bad_alloc>([&] { a->allocate(1234); });
+    EXPECT_EQ(e.error_no(), 1000002);
+    EXPECT_STREQ(e.get_msgarg_by_name("size"), "1234");
+    EXPECT_STREQ(e.get_msgarg_by_name("name"), "private");
+    EXPECT_STREQ(e.get_msgarg_by_name("type"), "UvtMallocAllocator");
+    EXPECT_STREQ(e.file().get(), "uvt/impl/memory");
+    EXPECT_EQ(e.line(), 126);
+    EXPECT_EQ(e.get_allocation_failure_type(), uvt::UNKNOWN);
+
+    const auto aligned = uvt_test::caught<uvt::bad_alloc>([&] { a->allocateAligned(100, 64, nullptr); });
+    EXPECT_EQ(aligned.line(), 203);
+    uvt::buffer_stream<2048> out;
+    aligned.print_short(out, true, true);
+    const std::string text = out.c_str();
+    const auto first = text.find("$size$=100");
+    EXPECT_NE(first, std::string::npos) << text;
+    EXPECT_NE(text.find("$size$=100", first + 1), std::string::npos) << "the size argument appears twice: " << text;
 }
 
 TEST(MallocAllocator, ConcurrentAllocationAndReferences)

@@ -2,6 +2,7 @@
 // sizes of messages and parameters, and exception behaviour without a host
 // object (this program defines no get_uvt_import).
 
+#include "support/caught.h"
 #include "support/string_ostream.h"
 #include "support/test_allocator.h"
 
@@ -138,13 +139,8 @@ TEST(Expansion, NodeWithoutMessageWritesItsPlainText)
 TEST(MessageList, ParameterWithoutMessageThrowsNullPointer)
 {
     uvt::message_list list(uvt::allocator::global_allocator());
-    try {
-        list.new_param("X", "1", false);
-        FAIL() << "no exception";
-    } catch (const uvt::null_pointer& e) {
-        EXPECT_STREQ(e.what(), "Message is does not exist. Cannot create parameter");
-        e.mark_processed();
-    }
+    EXPECT_STREQ(uvt_test::caught<uvt::null_pointer>([&] { list.new_param("X", "1", false); }).what(),
+                 "Message is does not exist. Cannot create parameter");
 }
 
 TEST(MessageList, ParametersGoToTheLastMessageAndEverythingIsFreed)

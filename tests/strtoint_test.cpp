@@ -7,6 +7,7 @@
 #include <uvt/stdexcept>
 #include <uvt/string>
 
+#include "support/caught.h"
 #include "support/guarded_memory.h"
 #include "support/test_allocator.h"
 
@@ -103,18 +104,7 @@ TEST(StrToInt, UnsignedEdgeCases)
     });
 }
 
-template <class E, class F>
-E caught(F thrower)
-{
-    try {
-        thrower();
-    } catch (const E& e) {
-        e.mark_processed();
-        return e;
-    }
-    ADD_FAILURE() << "nothing thrown";
-    return E();
-}
+using uvt_test::caught;
 
 TEST(StoWrappers, ValuesAndCharactersUsed)
 {
