@@ -206,10 +206,7 @@ std::vector<long> every_shift_within(long limit)
 // everything else.
 TEST_P(Memlib, MemmoveOverlappingBothWays)
 {
-    const struct {
-        std::size_t shortest, longest;
-        std::vector<long> shifts;
-    } rows[] = {
+    const struct { std::size_t shortest, longest; std::vector<long> shifts; } rows[] = {
         {0, max_size, {-300, -100, -65, -64, -63, -33, -32, -31, -17, -16, -15, -8, -7, -3, -2, -1, 0,
                        1, 2, 3, 7, 8, 15, 16, 17, 31, 32, 33, 63, 64, 65, 100, 300}},
         {64, 200, every_shift_within(15)},
@@ -572,12 +569,7 @@ constexpr std::uint32_t ecx_all = ecx_sse3 | ecx_pclmul | ecx_ssse3 | ecx_sse41 
 
 TEST(MemlibCpuLevel, ClassifiesEveryLevel)
 {
-    struct row {
-        std::uint32_t ecx;
-        std::uint64_t xcr0;
-        std::uint32_t ebx7;
-        std::int32_t level;
-    };
+    struct row { std::uint32_t ecx; std::uint64_t xcr0; std::uint32_t ebx7; std::int32_t level; };
     const row rows[] = {
         {0, 0, 0, CPU_SSE2},
         {ecx_sse3, 0, 0, CPU_SSE3},

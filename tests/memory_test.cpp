@@ -128,9 +128,7 @@ TEST(ProcessWideAllocators, WithoutHostAllAreTheMallocAllocator)
 TEST(MallocAllocator, BlockAllocatorsFixTheAlignment)
 {
     allocator& global = allocator::global_allocator();
-    struct Case {
-        unsigned long block_size, alignment;
-    };
+    struct Case { unsigned long block_size, alignment; };
     for (Case c : {Case{48, 0}, Case{0, 4096}, Case{256, 256}, Case{1, 1}, Case{100, 0}}) {
         auto block = global.createBlockAllocator("blocks", c.block_size, uvt::vela_component{});
         EXPECT_EQ(block->getAlignmentSize(), c.alignment) << "block size " << c.block_size;

@@ -107,10 +107,7 @@ TEST(Expansion, ByteStreamStopsAtThePieceThatDoesNotFit)
 {
     uvt::message_list list(uvt::allocator::global_allocator());
     build(list, "Index $IDX$ out of range", {{"IDX", "7"}, {"X", "1"}});
-    const struct {
-        std::size_t size;
-        const char* expected;
-    } rows[] = {
+    const struct { std::size_t size; const char* expected; } rows[] = {
         {1, ""},
         {7, "Index "},   // "7" would be the 7th character: no room for the terminator
         {8, "Index 7"},  // " out of range" does not fit; neither does the remainder

@@ -153,13 +153,7 @@ TEST(BadAlloc, BuiltWithoutMemoryItStillKnowsNumberAndOrigin)
 // handler catches, with the same what() through both bases.
 TEST(BadAlloc, ThrowEntryPoints)
 {
-    const struct {
-        const char* label;
-        void (*thrower)();
-        const char* file;
-        int line;
-        const char* items;
-    } rows[] = {
+    const struct { const char* label; void (*thrower)(); const char* file; int line; const char* items; } rows[] = {
         {"throw_uvt_bad_allocation", [] { throw_uvt_bad_allocation(F, 5); }, F, 5, ""},
         {"impl::throwBadAllocation", [] { uvt::impl::throwBadAllocation(12345); }, "uvt/impl/memory", 451, "12345"},
     };

@@ -265,10 +265,7 @@ TEST(ExceptionClasses, StandardMirrorsAnswerWhatThroughBothBases)
 
 TEST(RegexError, ErrMsgFollowsTheCode)
 {
-    struct Row {
-        int code;
-        const char* text;
-    } rows[] = {
+    struct Row { int code; const char* text; } rows[] = {
         {0, "regex_error(error_collate): The expression contained an invalid collating element name."},
         {8, "regex_error(error_range): The expression contained an invalid character range, such as [b-a] in most "
             "encodings."},

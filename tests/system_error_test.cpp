@@ -30,12 +30,7 @@ std::string text(const uvt::string& s)
 // and the iostream category's own for its one code.
 TEST(ErrorCategory, NamesTextsAndIdentity)
 {
-    const struct {
-        const uvt::error_category& category;
-        const char* name;
-        int code;
-        std::string message;
-    } rows[] = {
+    const struct { const uvt::error_category& category; const char* name; int code; std::string message; } rows[] = {
         {generic_category(), "generic", 2, std::strerror(2)},
         {system_category(), "system", 13, std::strerror(13)},
         {iostream_category(), "iostream", 1, "iostream stream error"},
@@ -56,12 +51,7 @@ TEST(ErrorCategory, NamesTextsAndIdentity)
 
 TEST(ErrorCategory, EquivalenceComparesCategoryObjectAndValue)
 {
-    struct Row {
-        const uvt::error_category& category;
-        int code;
-        error_condition condition;
-        bool equivalent;
-    } rows[] = {
+    struct Row { const uvt::error_category& category; int code; error_condition condition; bool equivalent; } rows[] = {
         {generic_category(), 7, error_condition(7, generic_category()), true},
         {generic_category(), 7, error_condition(7, system_category()), false},
         {generic_category(), 7, error_condition(8, generic_category()), false},
@@ -114,12 +104,7 @@ public:
 TEST(ErrorCode, Printing)
 {
     static const nameless_category nameless;
-    const struct {
-        error_code code;
-        uvt::ios_base::fmtflags base;
-        const char* text;
-        bool bad;
-    } rows[] = {
+    const struct { error_code code; uvt::ios_base::fmtflags base; const char* text; bool bad; } rows[] = {
         {error_code(-1, generic_category()), uvt::ios_base::dec, "generic:-1", false},
         {error_code(-1, generic_category()), uvt::ios_base::hex, "generic:ffffffff", false},
         {error_code(-1, generic_category()), uvt::ios_base::oct, "generic:37777777777", false},

@@ -315,11 +315,7 @@ TEST(UnicodeEightBit, ToEightBitTable)
 
 TEST(UnicodeBytelen, MeasuresUpToTheStop)
 {
-    const struct {
-        Bytes in;
-        int rc;
-        unsigned long characters, bytes;
-    } cases[] = {
+    const struct { Bytes in; int rc; unsigned long characters, bytes; } cases[] = {
         {{}, 0, 0, 0},
         {{0x41, 0xC3, 0xA9, 0xE2, 0x82, 0xAC, 0xFC, 0x84, 0x80, 0x80, 0x80, 0x80}, 0, 4, 12},
         {{0x41, 0xC3, 0xA9, 0xF0, 0x9F}, 1, 2, 3},
