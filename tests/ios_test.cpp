@@ -56,10 +56,7 @@ protected:
     }
 };
 
-struct capture_stream {
-    capture_buf buf;
-    uvt::ostream os{&buf};
-};
+struct capture_stream { capture_buf buf; uvt::ostream os{&buf}; };
 
 // ------------------------------------------------------------ formatting
 
@@ -79,18 +76,12 @@ std::ios_base::fmtflags to_std(ios_base::fmtflags f)
     return out;
 }
 
-struct format {
-    ios_base::fmtflags flags;
-    long width;
-};
+struct format { ios_base::fmtflags flags; long width; };
 
 std::vector<format> all_formats()
 {
     const ios_base::fmtflags bases[] = {0, ios_base::dec, ios_base::oct, ios_base::hex};
-    const ios_base::fmtflags extras[] = {0,
-                                         ios_base::showbase,
-                                         ios_base::showpos,
-                                         ios_base::uppercase,
+    const ios_base::fmtflags extras[] = {0, ios_base::showbase, ios_base::showpos, ios_base::uppercase,
                                          ios_base::showbase | ios_base::uppercase,
                                          ios_base::showbase | ios_base::showpos | ios_base::boolalpha};
     const ios_base::fmtflags adjusts[] = {0, ios_base::left, ios_base::right, ios_base::internal};

@@ -22,7 +22,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 namespace {
@@ -43,24 +42,14 @@ struct string_routines {
 };
 
 struct routines {
-    const char* via;
     void* (*memcpy)(void*, const void*, std::size_t);
     void* (*memmove)(void*, const void*, std::size_t);
     void* (*memset)(void*, int, std::size_t);
     string_routines<char> narrow;
     string_routines<wchar_t> wide;
-
-    template <class C>
-    const string_routines<C>& strings() const
-    {
-        if constexpr (std::is_same_v<C, char>)
-            return narrow;
-        else
-            return wide;
-    }
 };
 
-const routines internal_names{"internal names", memcpy_impl, memmove_impl, memset_impl,
+const routines internal_names{memcpy_impl, memmove_impl, memset_impl,
                               {strlen_impl, strnlen_impl, strcpy_impl, strcat_impl},
                               {wcslen_impl, wcsnlen_impl, wcscpy_impl, wcscat_impl}};
 
@@ -91,7 +80,7 @@ struct c_name {
 };
 
 #if UVT_EXPORT_C_MEMLIB
-const routines c_names{"C names", c_name{"memcpy"}, c_name{"memmove"}, c_name{"memset"},
+const routines c_names{c_name{"memcpy"}, c_name{"memmove"}, c_name{"memset"},
                        {c_name{"strlen"}, c_name{"strnlen"}, c_name{"strcpy"}, c_name{"strcat"}},
                        {c_name{"wcslen"}, c_name{"wcsnlen"}, c_name{"wcscpy"}, c_name{"wcscat"}}};
 #endif

@@ -70,7 +70,7 @@ TEST(AllocatorEntryPoints, FailuresThrowOrReturnNull)
     EXPECT_EQ(a.live_blocks(), 0u);
 }
 
-TEST(AllocatorRealloc, FollowsTheShrinkAndMoveRulesAndKeepsTheBlockOnFailure)
+TEST(AllocatorRealloc, ShrinkAndMoveRulesFailuresAndAllocatorsWithoutBlockSizes)
 {
     counting_allocator a;
     void* p = a.realloc(nullptr, 100);
@@ -99,16 +99,14 @@ TEST(AllocatorRealloc, FollowsTheShrinkAndMoveRulesAndKeepsTheBlockOnFailure)
     EXPECT_THROW(a.reallocThrow(kept, 1000), uvt::bad_alloc);
     EXPECT_EQ(a.getBlockSize(kept), 32u);
     a.deallocate(kept);
-}
 
-TEST(AllocatorRealloc, UnsupportedWithoutBlockSizes)
-{
+    // Without block sizes (the malloc allocator) realloc is refused.
     allocator& m = allocator::global_allocator();
-    void* p = m.allocate(40);
-    std::memset(p, 1, 40);
-    EXPECT_EQ(m.realloc(p, 20), nullptr);
-    EXPECT_EQ(static_cast<unsigned char*>(p)[39], 1) << "the block stays valid";
-    m.deallocate(p);
+    void* block = m.allocate(40);
+    std::memset(block, 1, 40);
+    EXPECT_EQ(m.realloc(block, 20), nullptr);
+    EXPECT_EQ(static_cast<unsigned char*>(block)[39], 1) << "the block stays valid";
+    m.deallocate(block);
 }
 
 TEST(ProcessWideAllocators, WithoutHostAllAreTheMallocAllocator)
@@ -141,7 +139,7 @@ TEST(MallocAllocator, BlockAllocatorsFixTheAlignment)
     }
 }
 
-TEST(MallocAllocator, ReferencesKeepABlockAllocatorAlive)
+TEST(MallocAllocator, ReferencesKeepAnAllocatorAlive)
 {
     auto block = private_malloc_allocator();
     auto* impl = static_cast<uvt_extern::UvtMallocAllocator*>(block.get());
@@ -155,15 +153,12 @@ TEST(MallocAllocator, ReferencesKeepABlockAllocatorAlive)
     EXPECT_EQ(impl->referenceCount(), 4u);
     for (int i = 0; i < 3; ++i)
         impl->release();
-}
 
-TEST(MallocAllocator, ProcessWideInstanceSurvivesItsLastRelease)
-{
+    // The process-wide instance survives its last release.
     auto& global = uvt_extern::UvtMallocAllocator::instance();
     global.release();
     global.release();
-    void* p = global.allocate(8);
-    global.deallocate(p);
+    global.deallocate(global.allocate(8));
 }
 
 TEST(MallocAllocator, MalfunctionCounterFailsFromTheNthAllocation)

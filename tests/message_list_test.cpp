@@ -18,19 +18,11 @@
 
 namespace {
 
-struct param {
-    const char* name;
-    const char* value;
-    bool replace = false;
-};
+struct param { const char* name; const char* value; bool replace = false; };
 
-struct expansion_case {
-    int line;
-    const char* text;
-    std::vector<param> params;
-    std::string streamed;  // through msg_write_stream
-    std::string bytes;     // through msg_byte_stream
-};
+// A template with its parameters, expanded through msg_write_stream and
+// through msg_byte_stream.
+struct expansion_case { int line; const char* text; std::vector<param> params; std::string streamed, bytes; };
 
 std::string expand_to_stream(const uvt::exception_node& n)
 {
@@ -133,18 +125,13 @@ TEST(Expansion, NodeWithoutMessageWritesItsPlainText)
     EXPECT_EQ(expand_to_bytes(*n), "plain $X$ \\$");
 }
 
-TEST(MessageList, ParameterWithoutMessageThrowsNullPointer)
-{
-    uvt::message_list list(uvt::allocator::global_allocator());
-    EXPECT_STREQ(uvt_test::caught<uvt::null_pointer>([&] { list.new_param("X", "1", false); }).what(),
-                 "Message is does not exist. Cannot create parameter");
-}
-
 TEST(MessageList, ParametersGoToTheLastMessageAndEverythingIsFreed)
 {
     uvt_test::counting_allocator a;
     {
         uvt::message_list list(a);
+        EXPECT_STREQ(uvt_test::caught<uvt::null_pointer>([&] { list.new_param("X", "1", false); }).what(),
+                     "Message is does not exist. Cannot create parameter");
         build(list, "first $A$", {{"A", "1"}});
         build(list, "second $A$", {{"A", "2"}});
         ASSERT_NE(list.first()->next, nullptr);

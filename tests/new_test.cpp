@@ -66,16 +66,9 @@ TEST(AllocationFailureType, TextsOfKnownAndUnexpectedValues)
     }
 }
 
-struct ConstructorCase {
-    const char* name;
-    std::function<uvt::bad_alloc()> make;
-    int notifications;
-    const char* reason;
-};
-
 TEST(BadAlloc, ConstructorsDefineReasonAndNotifyTheHostUnlessSilent)
 {
-    const ConstructorCase cases[] = {
+    const struct { const char* name; uvt::bad_alloc (*make)(); int notifications; const char* reason; } cases[] = {
         {"silent", [] { return uvt::bad_alloc(F, 1, true); }, 0, ""},
         {"not silent", [] { return uvt::bad_alloc(F, 1, false); }, 1, ""},
         {"caller", [] { return uvt::bad_alloc(F, 1, static_cast<const void*>(F)); }, 1, ""},
@@ -83,7 +76,7 @@ TEST(BadAlloc, ConstructorsDefineReasonAndNotifyTheHostUnlessSilent)
         {"reason", [] { return uvt::bad_alloc(F, 1, "no pages", false); }, 1, "no pages"},
         {"std::bad_alloc", [] { return uvt::bad_alloc(F, 1, std::bad_alloc()); }, 1, "std::bad_alloc"},
     };
-    for (const ConstructorCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const int before = notifications();
         const uvt::bad_alloc e = c.make();
@@ -178,26 +171,26 @@ TEST(BadAlloc, ThrowEntryPoints)
     }
 }
 
-TEST(BadNumaAlloc, ThrowsItselfThroughABaseReference)
-{
-    const uvt::bad_numa_alloc numa;
-    const uvt::bad_alloc& as_base = numa;
-    try {
-        uvt::tThrow(as_base);
-    } catch (const std::bad_alloc& e) {
-        EXPECT_NE(dynamic_cast<const uvt::bad_numa_alloc*>(&e), nullptr);
-    }
-}
-
-TEST(BadAlloc, TypeHeaders)
+// The failure type follows the class word of bad_alloc's header;
+// bad_numa_alloc has a header of its own and throws itself through a
+// bad_alloc reference.
+TEST(BadAlloc, TypeHeadersAndBadNumaAlloc)
 {
     uvt::bad_alloc e(F, 6, true);
     e.set_allocation_failure_type(uvt::MALFUNCTION);
     EXPECT_EQ(type_header(e), words({0xFACE0001, 0xFACADE34, 1}));
     e.set_allocation_failure_type(static_cast<uvt::allocation_failure_type>(200));
     EXPECT_EQ(type_header(e), words({0xFACE0001, 0xFACADE34, 200}));
-    EXPECT_EQ(type_header(uvt::bad_numa_alloc()), words({0xFACE001E, 0xFACADE01}));
     e.mark_processed();
+
+    const uvt::bad_numa_alloc numa;
+    EXPECT_EQ(type_header(numa), words({0xFACE001E, 0xFACADE01}));
+    const uvt::bad_alloc& as_base = numa;
+    try {
+        uvt::tThrow(as_base);
+    } catch (const std::bad_alloc& thrown) {
+        EXPECT_NE(dynamic_cast<const uvt::bad_numa_alloc*>(&thrown), nullptr);
+    }
 }
 
 } // namespace

@@ -54,7 +54,7 @@ void expectRows(const std::vector<Row<T>>& rows)
     }
 }
 
-TEST(StrToInt, SignedEdgeCases)
+TEST(StrToInt, EdgeCases)
 {
     expectRows<long>({
         {__LINE__, " \t-0x1A", 16, -26, 7, 0},
@@ -90,10 +90,6 @@ TEST(StrToInt, SignedEdgeCases)
         {__LINE__, "7", 37, 0, 0, EINVAL},
         {__LINE__, "7", -2, 0, 0, EINVAL},
     });
-}
-
-TEST(StrToInt, UnsignedEdgeCases)
-{
     expectRows<unsigned long>({
         {__LINE__, "18446744073709551615", 10, ULONG_MAX, 20, 0},
         {__LINE__, "18446744073709551616", 10, ULONG_MAX, 19, ERANGE},
@@ -119,6 +115,20 @@ TEST(StoWrappers, ValuesAndCharactersUsed)
     EXPECT_EQ(pos, 3u);
     EXPECT_EQ(uvt::stoll(L"123"), 123);
     EXPECT_EQ(uvt::stoul("-1"), ULONG_MAX);
+
+    uvt_test::counting_allocator a;
+    const uvt::basic_string<wchar_t> heap((L"-0x7b" + std::wstring(70, L'z')).c_str(), a);
+    EXPECT_EQ(uvt::stoi(heap, &pos, 0), -123);
+    EXPECT_EQ(pos, 5u);
+    const uvt::basic_string<char> view{uvt::basic_string_retval<char>("4294967295")};
+    EXPECT_EQ(uvt::stoui(view), 4294967295u);
+    EXPECT_EQ(uvt::stoi64(view), 4294967295);
+    EXPECT_EQ(uvt::stoui64(view), 4294967295u);
+    EXPECT_EQ(uvt::stol(view), 4294967295);
+    EXPECT_EQ(uvt::stoll(view), 4294967295);
+    EXPECT_EQ(uvt::stoul(view), 4294967295u);
+    caught<uvt::out_of_range>([&] { uvt::stoi(view); });
+    caught<uvt::invalid_argument>([&] { uvt::stol(uvt::basic_string<char>(a)); });
 }
 
 TEST(StoWrappers, Failures)
@@ -138,24 +148,6 @@ TEST(StoWrappers, Failures)
     std::size_t pos = 77;
     caught<uvt::invalid_argument>([&] { uvt::stoi("-", &pos); });
     EXPECT_EQ(pos, 77u);  // untouched on failure
-}
-
-TEST(StoWrappers, LibraryStrings)
-{
-    uvt_test::counting_allocator a;
-    std::size_t pos = 0;
-    const uvt::basic_string<wchar_t> heap((L"-0x7b" + std::wstring(70, L'z')).c_str(), a);
-    EXPECT_EQ(uvt::stoi(heap, &pos, 0), -123);
-    EXPECT_EQ(pos, 5u);
-    const uvt::basic_string<char> view{uvt::basic_string_retval<char>("4294967295")};
-    EXPECT_EQ(uvt::stoui(view), 4294967295u);
-    EXPECT_EQ(uvt::stoi64(view), 4294967295);
-    EXPECT_EQ(uvt::stoui64(view), 4294967295u);
-    EXPECT_EQ(uvt::stol(view), 4294967295);
-    EXPECT_EQ(uvt::stoll(view), 4294967295);
-    EXPECT_EQ(uvt::stoul(view), 4294967295u);
-    caught<uvt::out_of_range>([&] { uvt::stoi(view); });
-    caught<uvt::invalid_argument>([&] { uvt::stol(uvt::basic_string<char>(a)); });
 }
 
 } // namespace

@@ -68,7 +68,7 @@ TEST(ErrorCategory, EquivalenceComparesCategoryObjectAndValue)
     EXPECT_EQ(system_category().default_error_condition(3), error_condition(3, system_category()));
 }
 
-TEST(ErrorCode, ClearedCodesAreTheEmptyError)
+TEST(ErrorCode, ClearedCodesAreTheEmptyErrorAndMadeCodesHaveTheirCategory)
 {
     error_code ec;
     EXPECT_FALSE(ec.is_valid());
@@ -84,10 +84,8 @@ TEST(ErrorCode, ClearedCodesAreTheEmptyError)
     other.assign(1, iostream_category());
     EXPECT_STREQ(other.text(), "iostream");
     EXPECT_EQ(other.default_error_condition(), error_condition(1, iostream_category()));
-}
 
-TEST(ErrorCode, MakeFunctionsPickTheCategory)
-{
+    // The make functions pick the category.
     EXPECT_EQ(uvt::make_error_code(uvt::errc::io_error), error_code(EIO, generic_category()));
     EXPECT_EQ(uvt::make_error_code(uvt::io_errc::stream), error_code(1, iostream_category()));
     EXPECT_EQ(uvt::make_error_condition(uvt::errc::not_enough_memory), error_condition(ENOMEM, generic_category()));
@@ -122,7 +120,7 @@ TEST(ErrorCode, Printing)
     }
 }
 
-TEST(SystemError, CarriesTheValueWithTheCategoryNameAsMessage)
+TEST(SystemError, CarriesTheValueWithTheCategoryNameOrACopiedTextAsMessage)
 {
     try {
         uvt::tThrow(uvt::system_error("f.cpp", 12, 2, system_category()));
@@ -134,10 +132,7 @@ TEST(SystemError, CarriesTheValueWithTheCategoryNameAsMessage)
         e.mark_processed();
     }
     EXPECT_EQ(uvt::system_error::type_number, 31);
-}
 
-TEST(SystemError, CopiesTheTextAsItsTemplate)
-{
     // The texts are temporaries in heap blocks: the exceptions must keep
     // copies, not the strings' characters.
     const std::string what = "cannot open $PATH$ " + std::string(40, '.');
