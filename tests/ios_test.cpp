@@ -58,8 +58,6 @@ protected:
 
 struct capture_stream { capture_buf buf; uvt::ostream os{&buf}; };
 
-// ------------------------------------------------------------ formatting
-
 std::ios_base::fmtflags to_std(ios_base::fmtflags f)
 {
     static const std::pair<ios_base::fmtflags, std::ios_base::fmtflags> map[] = {
@@ -135,23 +133,19 @@ void expect_like_standard_limits()
      ...);
 }
 
-TEST(OstreamFormat, IntegersMatchTheStandardStreamsForEveryFlagWidthAndFill)
+TEST(OstreamFormat, ValuesMatchTheStandardStreamsForEveryFlagWidthAndFill)
 {
     expect_like_standard_limits<short, unsigned short, int, unsigned, long, unsigned long, long long,
                                 unsigned long long>();
     expect_like_standard<bool>({false, true});
-}
-
-TEST(OstreamFormat, CharactersAndStringsPadLikeTheStandardStreams)
-{
-    for (const format& f : all_formats()) {
+    for (const format& f : all_formats()) {  // characters and strings pad alike
         ASSERT_EQ(with_uvt('x', f), with_std('x', f)) << f.flags << " " << f.width;
         ASSERT_EQ(with_uvt("-abc", f), with_std("-abc", f)) << f.flags << " " << f.width;
         ASSERT_EQ(with_uvt("", f), with_std("", f)) << f.flags << " " << f.width;
     }
 }
 
-TEST(OstreamFormat, PointersAsTheCLibraryPrintsThem)
+TEST(OstreamFormat, PointersAsTheCLibraryPrintsThemAndManipulators)
 {
     int object = 0;
     char expected[32];
@@ -159,10 +153,7 @@ TEST(OstreamFormat, PointersAsTheCLibraryPrintsThem)
     EXPECT_EQ(with_uvt(static_cast<const void*>(&object), {ios_base::uppercase | ios_base::oct, 0}), expected);
     EXPECT_EQ(with_uvt(static_cast<const void*>(nullptr), {0, 0}), "(nil)");
     EXPECT_EQ(with_uvt(reinterpret_cast<const void*>(0xab), {ios_base::internal, 7}), "0x***ab");
-}
 
-TEST(OstreamFormat, Manipulators)
-{
     uvt::ostrstream os(uvt::allocator::global_allocator());
     os << uvt::setw(5) << uvt::setfill('.') << 42 << '|' << uvt::hex << uvt::showbase << 255 << '|'
        << uvt::noshowbase << uvt::uppercase << 255 << '|' << uvt::setbase(8) << 8 << '|' << uvt::setbase(3)
@@ -171,8 +162,6 @@ TEST(OstreamFormat, Manipulators)
     EXPECT_EQ(std::string(os.c_str(), os.size()), std::string("...42|0xff|FF|10|8|true|a...|\0", 30));
     EXPECT_EQ(os.precision(), 3);
 }
-
-// ------------------------------------------------ state and exceptions
 
 // A failing insertion sets badbit and throws ios_base::failure only when
 // badbit is in the mask: its own failure, or the one escaping the buffer.
@@ -218,10 +207,7 @@ TEST(IosState, FailingInsertionsSetBadbitAndThrowOnlyByTheMask)
                 << "an absorbed exception counts as processed";
         }
     }
-}
-
-TEST(IosState, SettingTheMaskThrowsAtOnceWhenTheStateMeetsIt)
-{
+    // Setting the mask throws at once when the state meets it.
     capture_stream s;
     s.os.setstate(ios_base::failbit);
     EXPECT_NO_THROW(s.os.exceptions(ios_base::badbit));
@@ -232,9 +218,7 @@ TEST(IosState, SettingTheMaskThrowsAtOnceWhenTheStateMeetsIt)
     EXPECT_TRUE(s.os.good());
 }
 
-// ------------------------------------------------------------- sentries
-
-TEST(OstreamSentry, TiedStreamIsFlushedBeforeEachInsertion)
+TEST(OstreamSentry, TiedStreamIsFlushedBeforeEachInsertionAndNoBufferIsBad)
 {
     capture_stream tied, s;
     s.os.tie(&tied.os);
@@ -243,6 +227,17 @@ TEST(OstreamSentry, TiedStreamIsFlushedBeforeEachInsertion)
     s.os.tie(&s.os);  // tied to itself: no endless flushing
     s.os << 2;
     EXPECT_EQ(s.buf.text, "1x2");
+
+    // A stream without a buffer is bad until it gets one.
+    uvt::ostream bare(nullptr);
+    EXPECT_TRUE(bare.bad());
+    bare << 1;
+    bare.flush();
+    capture_buf buf;
+    bare.rdbuf(&buf);
+    EXPECT_TRUE(bare.good());
+    bare << 1;
+    EXPECT_EQ(buf.text, "1");
 }
 
 TEST(OstreamSentry, UnitbufAndEndlFlushAndAFailedSyncSetsBadbit)
@@ -259,21 +254,6 @@ TEST(OstreamSentry, UnitbufAndEndlFlushAndAFailedSyncSetsBadbit)
     s.os.flush();
     EXPECT_TRUE(s.os.bad()) << "a failed sync sets badbit";
 }
-
-TEST(OstreamSentry, StreamWithoutBufferIsBad)
-{
-    uvt::ostream os(nullptr);
-    EXPECT_TRUE(os.bad());
-    os << 1;
-    os.flush();
-    capture_buf buf;
-    os.rdbuf(&buf);
-    EXPECT_TRUE(os.good());
-    os << 1;
-    EXPECT_EQ(buf.text, "1");
-}
-
-// ----------------------------------------------- user storage, callbacks
 
 TEST(IosStorage, IwordAndPwordGrowOnDemandAndKeepTheirValues)
 {
@@ -323,7 +303,8 @@ TEST(IosStorage, ThreadsGetDistinctIndicesAndIndependentStreams)
         EXPECT_EQ(text, texts[0]);
 }
 
-std::vector<std::pair<ios_base::event, int>>* event_log;
+using events = std::vector<std::pair<ios_base::event, int>>;
+events* event_log;
 
 void log_event(ios_base::event e, ios_base&, int index)
 {
@@ -332,7 +313,7 @@ void log_event(ios_base::event e, ios_base&, int index)
 
 TEST(IosCallbacks, CalledLastRegisteredFirstOnCopyfmtAndDestruction)
 {
-    std::vector<std::pair<ios_base::event, int>> log;
+    events log;
     event_log = &log;
     capture_stream source;
     {
@@ -349,18 +330,14 @@ TEST(IosCallbacks, CalledLastRegisteredFirstOnCopyfmtAndDestruction)
         EXPECT_EQ(target.os.precision(), 9);
         EXPECT_EQ(target.os.fill(), '#');
         EXPECT_EQ(target.os.iword(4), 44);
-        using E = ios_base;
-        EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{
-                           {E::erase_event, 2}, {E::erase_event, 1}, {E::copyfmt_event, 3}}));
+        EXPECT_EQ(log, (events{{ios_base::erase_event, 2}, {ios_base::erase_event, 1}, {ios_base::copyfmt_event, 3}}));
         log.clear();
     }
-    EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{{ios_base::erase_event, 3}}));
+    EXPECT_EQ(log, (events{{ios_base::erase_event, 3}}));
     log.clear();
-}
 
-TEST(IosCallbacks, CopyfmtTakesTheExceptionMaskLast)
-{
-    capture_stream source, target;
+    // copyfmt takes the exception mask last.
+    capture_stream target;
     source.os.exceptions(ios_base::failbit);
     target.os.setstate(ios_base::failbit);
     EXPECT_THROW(target.os.copyfmt(source.os), ios_base::failure);
@@ -369,32 +346,26 @@ TEST(IosCallbacks, CopyfmtTakesTheExceptionMaskLast)
 
 void ignore_event(ios_base::event, ios_base&, int) {}
 
-// The table grows to 1, 2, 4, 8 entries, two blocks per growth.
-TEST(IosCallbacks, TableDoublesFromTheIosAllocator)
+// The table grows to 1, 2, 4, 8 entries, two blocks per growth from the
+// ios allocator. A failing growth (allocation 1 the functions, 2 the
+// indices) leaves the table and throws its own message.
+TEST(IosCallbacks, TableDoublesAndAFailingGrowthLeavesIt)
 {
     auto& global = test_host::instance().global;
-    capture_stream s;
-    const unsigned long attempts = global.attempts();
-    const unsigned long live = global.live_blocks();
-    for (int i = 0; i < 5; ++i)
-        s.os.register_callback(ignore_event, i);
-    EXPECT_EQ(global.attempts() - attempts, 8u);
-    EXPECT_EQ(global.live_blocks() - live, 2u);
-}
-
-TEST(IosCallbacks, GrowthFailureLeavesTheTableAndThrowsItsOwnMessage)
-{
-    const struct {
-        int line;
-        unsigned long failing_allocation;  // of the growth: 1 functions, 2 indices
-        const char* message;
-    } rows[] = {
+    {
+        capture_stream s;
+        const unsigned long attempts = global.attempts(), live = global.live_blocks();
+        for (int i = 0; i < 5; ++i)
+            s.os.register_callback(ignore_event, i);
+        EXPECT_EQ(global.attempts() - attempts, 8u);
+        EXPECT_EQ(global.live_blocks() - live, 2u);
+    }
+    const struct { int line; unsigned long failing_allocation; const char* message; } rows[] = {
         {__LINE__, 1, "ios_base::register_callback bad_alloc"},
         {__LINE__, 2, "ios_base::register_callback"},
     };
-    auto& global = test_host::instance().global;
     for (const auto& r : rows) {
-        std::vector<std::pair<ios_base::event, int>> log;
+        events log;
         event_log = &log;
         {
             capture_stream s;
@@ -407,7 +378,7 @@ TEST(IosCallbacks, GrowthFailureLeavesTheTableAndThrowsItsOwnMessage)
             EXPECT_TRUE(s.os.bad()) << "badbit is set whatever the mask";
             EXPECT_EQ(global.live_blocks(), live) << "row at line " << r.line;
         }
-        EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{{ios_base::erase_event, 1}}));
+        EXPECT_EQ(log, (events{{ios_base::erase_event, 1}}));
     }
 }
 
