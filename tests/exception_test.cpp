@@ -124,10 +124,7 @@ TEST_F(ExceptionTest, LongAndShortLayoutsOfAChainWithStackOptions)
                                       "exception  1: no.2  (b.cpp:2)\n    second 5\n",
                                       "exception  2: no.3\n    third\n"};
     const std::string short_nodes[] = {"exception 1: first\nexception 2: second 5\n", "exception 3: third\n"};
-    const struct {
-        bool no_stack, first_stack_only;
-        std::string long_text, short_text;
-    } rows[] = {
+    const struct { bool no_stack, first_stack_only; std::string long_text, short_text; } rows[] = {
         {false, false, long_nodes[0] + trace + long_nodes[1] + trace, short_nodes[0] + trace + short_nodes[1] + trace},
         {false, true, long_nodes[0] + trace + long_nodes[1], short_nodes[0] + trace + short_nodes[1]},
         {true, false, long_nodes[0] + long_nodes[1], short_nodes[0] + short_nodes[1]},
@@ -175,11 +172,7 @@ TEST_F(ExceptionTest, ThrowLocationTexts)
     a.fail_at(3);  // the payload, the stack area, the first argument: status 8 becomes 1
     exception unexplained(a, "f.cpp", 1, uvt__ERR_UVT_OUTOFRANGE(), nullptr);
     unexplained << message_argument<int>("IDX", 1);
-    const struct {
-        const exception& e;
-        std::string block;
-        int frames;
-    } rows[] = {
+    const struct { const exception& e; std::string block; int frames; } rows[] = {
         {suppressed, "NO exception throw location recorded. Stack generation suppressed.\n", 0},
         {empty, "NO exception throw location recorded. Stack generation system error.\n", 0},
         {captured, trace, 3},
@@ -277,11 +270,7 @@ std::string long_dump()
 // nothing leave the placeholder.
 TEST_F(ExceptionTest, ArgumentTexts)
 {
-    const struct {
-        int line;
-        void (*add)(exception&);
-        std::string expected;
-    } rows[] = {
+    const struct { int line; void (*add)(exception&); std::string expected; } rows[] = {
         {__LINE__, [](exception& e) { e << message_argument<bool>("V", true); }, "true"},
         {__LINE__, [](exception& e) { e << message_argument<bool>("V", false, true); }, "0"},
         {__LINE__, [](exception& e) { e << message_argument<char>("V", -1); }, "-1"},

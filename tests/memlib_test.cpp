@@ -156,6 +156,16 @@ void place_string(C* buffer, std::size_t size, std::size_t at, std::size_t lengt
     buffer[at + length] = 0;
 }
 
+// first, first + 1, ..., last
+template <class T>
+std::vector<T> every(T first, T last)
+{
+    std::vector<T> all;
+    for (T v = first; v <= last; ++v)
+        all.push_back(v);
+    return all;
+}
+
 constexpr std::size_t max_size = 300;
 constexpr std::size_t margin = 64;  // untouched bytes checked on both sides
 
@@ -179,14 +189,6 @@ TEST_P(Memlib, MemcpyEverySizeAndMisalignment)
             }
 }
 
-std::vector<long> every_shift_within(long limit)
-{
-    std::vector<long> shifts;
-    for (long shift = -limit; shift <= limit; ++shift)
-        shifts.push_back(shift);
-    return shifts;
-}
-
 // Overlapping moves, by dst - src. Every size with shifts both ways within
 // and beyond a 16-byte piece, a 32-byte round and the 64-byte threshold; and
 // the sizes the loops take (64 and up) with every shift below a piece: the
@@ -198,7 +200,7 @@ TEST_P(Memlib, MemmoveOverlappingBothWays)
     const struct { std::size_t shortest, longest; std::vector<long> shifts; } rows[] = {
         {0, max_size, {-300, -100, -65, -64, -63, -33, -32, -31, -17, -16, -15, -8, -7, -3, -2, -1, 0,
                        1, 2, 3, 7, 8, 15, 16, 17, 31, 32, 33, 63, 64, 65, 100, 300}},
-        {64, 200, every_shift_within(15)},
+        {64, 200, every(-15l, 15l)},
     };
     constexpr std::size_t size = 2 * max_size + 2 * margin + 16;
     alignas(64) static unsigned char buffer[size];
@@ -374,14 +376,6 @@ void scan_from_every_start(const string_routines<C>& f, std::size_t length)
     }
 }
 
-std::vector<std::size_t> lengths_up_to(std::size_t longest)
-{
-    std::vector<std::size_t> lengths;
-    for (std::size_t length = 0; length <= longest; ++length)
-        lengths.push_back(length);
-    return lengths;
-}
-
 // Each row: how the strings are placed and their lengths (up to the whole
 // page, where the string starts right after the guard below).
 TEST_P(Memlib, ScansNearTheEndsOfAPage)
@@ -391,9 +385,9 @@ TEST_P(Memlib, ScansNearTheEndsOfAPage)
         void (*scan)(const routines&, std::size_t length);
         std::vector<std::size_t> lengths;
     } rows[] = {
-        {__LINE__, [](const routines& f, std::size_t n) { scan_to_page_end(f.narrow, n); }, lengths_up_to(1100)},
+        {__LINE__, [](const routines& f, std::size_t n) { scan_to_page_end(f.narrow, n); }, every(0ul, 1100ul)},
         {__LINE__, [](const routines& f, std::size_t n) { scan_to_page_end(f.narrow, n); }, {page_size() - 1}},
-        {__LINE__, [](const routines& f, std::size_t n) { scan_to_page_end(f.wide, n); }, lengths_up_to(300)},
+        {__LINE__, [](const routines& f, std::size_t n) { scan_to_page_end(f.wide, n); }, every(0ul, 300ul)},
         {__LINE__, [](const routines& f, std::size_t n) { scan_from_every_start(f.narrow, n); },
          {0, 1, 15, 16, 17, 40, 63, 64, 95, 111, 127, 130, 200, 255}},
         {__LINE__, [](const routines& f, std::size_t n) { scan_from_every_start(f.wide, n); },
