@@ -76,7 +76,7 @@ TEST(ErrorRegistry, PublishedSpellingsAndUnknownNumbers)
     EXPECT_STREQ(uvt::error_code::error_no_to_text(-1), "Unknown");
 }
 
-TEST(ErrorRegistry, LaterRegistrationShadowsEarlierOne)
+TEST(ErrorRegistry, LaterRegistrationShadowsEarlierOneAndReturnsThePreviousHead)
 {
     static ErrorCodeImpl older(1000040, "older text", &uvt::generic_category(), "TEST_OLDER");
     static ErrorCodeImpl newer(1000040, "newer text", &uvt::generic_category(), "TEST_NEWER");
@@ -86,10 +86,7 @@ TEST(ErrorRegistry, LaterRegistrationShadowsEarlierOne)
     EXPECT_EQ(ErrorCodeImpl::first(), &newer);
     EXPECT_EQ(newer.next(), &older);
     EXPECT_STREQ(uvt::error_code::error_no_to_text(1000040), "newer text");
-}
 
-TEST(ErrorRegistry, RegisterErrorReturnsThePreviousHeadAndLinksToIt)
-{
     static ErrorCodeImpl rec(1000041, "pushed by hand", &uvt::generic_category(), "TEST_BY_HAND");
     uvt__ERR_UVT_OUTOFRANGE();  // an older record that must stay reachable
     const ErrorCodeImpl* before = ErrorCodeImpl::first();

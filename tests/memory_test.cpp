@@ -38,7 +38,7 @@ uvt::allocator_handle private_malloc_allocator()
 
 // Zero bytes are requested as one (distinct blocks); aligned requests as at
 // least the alignment.
-TEST(AllocatorEntryPoints, RequestSizes)
+TEST(AllocatorEntryPoints, RequestSizesAndFailures)
 {
     counting_allocator a;
     void* p = a.allocate(0);
@@ -56,11 +56,8 @@ TEST(AllocatorEntryPoints, RequestSizes)
     for (void* block : {p, q, r, s})
         a.deallocate(block);
     EXPECT_EQ(a.live_blocks(), 0u);
-}
 
-TEST(AllocatorEntryPoints, FailuresThrowOrReturnNull)
-{
-    counting_allocator a;
+    // Failures throw or return null.
     a.fail_at(1, true);
     EXPECT_EQ(a.allocateNoThrow(10), nullptr);
     EXPECT_EQ(a.allocateAlignedNoThrow(10, 16), nullptr);

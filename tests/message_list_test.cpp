@@ -95,7 +95,7 @@ TEST(Expansion, TableThroughBothSinksAndAgain)
     }
 }
 
-TEST(Expansion, ByteStreamStopsAtThePieceThatDoesNotFit)
+TEST(Expansion, ByteStreamStopsAtThePieceThatDoesNotFitAndPlainTextStaysAsItIs)
 {
     uvt::message_list list(uvt::allocator::global_allocator());
     build(list, "Index $IDX$ out of range", {{"IDX", "7"}, {"X", "1"}});
@@ -113,10 +113,8 @@ TEST(Expansion, ByteStreamStopsAtThePieceThatDoesNotFit)
     char untouched = '#';
     EXPECT_EQ(list.first()->expand(&untouched, 0), 0u);
     EXPECT_EQ(untouched, '#');
-}
 
-TEST(Expansion, NodeWithoutMessageWritesItsPlainText)
-{
+    // A node without message writes its plain text as it is.
     alignas(8) unsigned char block[sizeof(uvt::exception_node) + 8];  // with room for an empty text
     uvt::exception_node* n = uvt::exception_node::construct(block, nullptr, 0, 0, nullptr);
     n->has_message = false;
@@ -218,7 +216,7 @@ uvt::exception plain(const char* text = "text")
     return uvt::exception("demo/unit.cpp", 42, 7, text, nullptr);
 }
 
-TEST(NoHost, StackCaptureYieldsStatusEightAndNoNote)
+TEST(NoHost, StackCaptureYieldsStatusEightAndRegistrationOnlyMarksTheObject)
 {
     uvt::exception e = plain();
     uvt_test::string_ostream os;
@@ -229,11 +227,8 @@ TEST(NoHost, StackCaptureYieldsStatusEightAndNoNote)
     void** frames = reinterpret_cast<void**>(&os);
     EXPECT_EQ(e.stack_trace(&frames), 0);
     EXPECT_EQ(frames, nullptr);
-}
 
-TEST(NoHost, RegistrationOnlyMarksTheObject)
-{
-    uvt::exception e = plain();
+    // Registration only marks the object.
     EXPECT_EQ(uvt::exception::get_first_registered(), nullptr);
     EXPECT_TRUE(e.register_on_thread_());
     EXPECT_FALSE(e.register_on_thread_());

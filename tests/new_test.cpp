@@ -66,7 +66,7 @@ TEST(AllocationFailureType, TextsOfKnownAndUnexpectedValues)
     }
 }
 
-TEST(BadAlloc, ConstructorsDefineReasonAndNotifyTheHostUnlessSilent)
+TEST(BadAlloc, ConstructorsDefineReasonAndNotifyTheHostUnlessSilentOrACopy)
 {
     const struct { const char* name; uvt::bad_alloc (*make)(); int notifications; const char* reason; } cases[] = {
         {"silent", [] { return uvt::bad_alloc(F, 1, true); }, 0, ""},
@@ -87,10 +87,8 @@ TEST(BadAlloc, ConstructorsDefineReasonAndNotifyTheHostUnlessSilent)
         EXPECT_EQ(e.get_allocation_failure_type(), uvt::UNKNOWN);
         e.mark_processed();
     }
-}
 
-TEST(BadAlloc, CopiesNeverNotifyAndKeepOrResetTheFailureType)
-{
+    // Copies never notify; the (base, std) form resets the failure type.
     uvt::bad_alloc original(F, 2, "r", true);
     original.set_allocation_failure_type(uvt::MALFUNCTION);
     const int before = notifications();

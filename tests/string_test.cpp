@@ -157,7 +157,7 @@ TEST(StringSharing, CopiesReleasedConcurrently)
 // Random operations on a pool of strings over two allocators, compared after
 // every step with the same operations on std::string. Copies, self-appends,
 // own substrings and swaps exercise sharing and aliasing.
-TEST(StringModel, RandomOperationsMatchStdString)
+TEST(StringModel, RandomOperationsFindAndCompareMatchStdString)
 {
     counting_allocator a, b;
     {
@@ -203,10 +203,8 @@ TEST(StringModel, RandomOperationsMatchStdString)
         }
     }
     EXPECT_EQ(a.live_blocks() + b.live_blocks(), 0u);
-}
 
-TEST(StringRead, FindAndCompareAgreeWithStdString)
-{
+    // Find and compare against the model.
     const std::string hay = "abcabcabd" + repeat(50, 'q') + "abd";
     const uvt::string s(hay.c_str(), uvt::allocator::global_allocator());
     for (const char* needle : {"abd", "abc", "q", "", "qa", "dq", "zz", "abdx"})
@@ -299,7 +297,7 @@ TEST(StringLengths, ImpossibleLengthsThrowBeforeAllocatingAndPositionsAreChecked
     EXPECT_EQ(std::as_const(s)[3], '\0');
 }
 
-TEST(StringConcatenation, BuildsTheResultWithOneAllocation)
+TEST(StringConcatenation, BuildsTheResultWithOneAllocationEvenFromItself)
 {
     counting_allocator a;
     const uvt::string left(repeat(30, 'l').c_str(), a), right(repeat(30, 'r').c_str(), a);
@@ -315,11 +313,8 @@ TEST(StringConcatenation, BuildsTheResultWithOneAllocation)
     target = left + right;
     EXPECT_EQ(a.attempts(), before + 1) << "built once, then shared";
     EXPECT_EQ(text(target), text(left) + text(right));
-}
 
-TEST(StringConcatenation, AStringMayAppearInItsOwnSum)
-{
-    counting_allocator a;
+    // A string may appear in its own sum.
     uvt::string s(repeat(30).c_str(), a);
     s = s + "|" + s;
     EXPECT_EQ(text(s), repeat(30) + "|" + repeat(30));

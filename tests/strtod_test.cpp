@@ -325,7 +325,7 @@ TEST(StrToD, AgreesWithGlibc)
 
 // --- the wrappers ---
 
-TEST(StoD, ValuesAndCharactersUsed)
+TEST(StoD, ValuesCharactersUsedAndFailures)
 {
     std::size_t pos = 0;
     EXPECT_EQ(uvt::stod("12", &pos), 12.0);
@@ -344,12 +344,9 @@ TEST(StoD, ValuesAndCharactersUsed)
     EXPECT_EQ(pos, 7u);
     EXPECT_EQ(uvt::stold(uvt::basic_string<wchar_t>(uvt::basic_string_retval<wchar_t>(L"0.25"))), 0.25L);
     EXPECT_EQ(uvt::stof(uvt::basic_string<char>(uvt::basic_string_retval<char>("8"))), 8.0f);
-}
 
-TEST(StoD, Failures)
-{
     using uvt_test::caught;
-    std::size_t pos = 99;
+    pos = 99;
     caught<uvt::invalid_argument>([&] { uvt::stod("0", &pos); });
     EXPECT_EQ(pos, 99u);
     caught<uvt::invalid_argument>([] { uvt::stod(L"abc"); });

@@ -28,7 +28,7 @@ std::string text(const uvt::string& s)
 
 // Each category's name and texts: the platform's viewed without copying,
 // and the iostream category's own for its one code.
-TEST(ErrorCategory, NamesTextsAndIdentity)
+TEST(ErrorCategory, NamesTextsIdentityAndEquivalence)
 {
     const struct { const uvt::error_category& category; const char* name; int code; std::string message; } rows[] = {
         {generic_category(), "generic", 2, std::strerror(2)},
@@ -47,17 +47,20 @@ TEST(ErrorCategory, NamesTextsAndIdentity)
     EXPECT_EQ(&generic_category(), &generic_category());
     EXPECT_TRUE(generic_category() == generic_category());
     EXPECT_FALSE(generic_category() == system_category());
-}
 
-TEST(ErrorCategory, EquivalenceComparesCategoryObjectAndValue)
-{
-    struct Row { const uvt::error_category& category; int code; error_condition condition; bool equivalent; } rows[] = {
+    // Equivalence compares the category object and the value.
+    const struct {
+        const uvt::error_category& category;
+        int code;
+        error_condition condition;
+        bool equivalent;
+    } equivalences[] = {
         {generic_category(), 7, error_condition(7, generic_category()), true},
         {generic_category(), 7, error_condition(7, system_category()), false},
         {generic_category(), 7, error_condition(8, generic_category()), false},
         {iostream_category(), 1, error_condition(1, iostream_category()), true},
     };
-    for (const Row& r : rows) {
+    for (const auto& r : equivalences) {
         SCOPED_TRACE(r.code);
         EXPECT_EQ(r.category.equivalent(r.code, r.condition), r.equivalent);
     }

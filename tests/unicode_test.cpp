@@ -200,7 +200,7 @@ const EncodeCase kUTF16Cases[] = {
     {"high as last unit", {0x41, 0xD800}, 1, 1, {0x41}},
 };
 
-TEST(UnicodeEncode, UTF16TableAndBothKernelOrders)
+TEST(UnicodeEncode, UTF16TableBothKernelOrdersAndUCS4)
 {
     for (const auto& c : kUTF16Cases) {
         SCOPED_TRACE(c.what);
@@ -209,10 +209,8 @@ TEST(UnicodeEncode, UTF16TableAndBothKernelOrders)
         for (bool bigEndian : {false, true})
             EXPECT_EQ(run<unsigned char>(kernelFrom(bigEndian), pairsOf(c.in, bigEndian), 16), expected) << bigEndian;
     }
-}
 
-TEST(UnicodeEncode, UCS4UsesUpToSixBytesAndReplacesTheRest)
-{
+    // UCS-4 takes up to six bytes and replaces the rest.
     const std::pair<unsigned int, Bytes> cases[] = {
         {0x7F, {0x7F}}, {0x80, {0xC2, 0x80}}, {0x7FF, {0xDF, 0xBF}}, {0x800, {0xE0, 0xA0, 0x80}},
         {0xD800, {0xED, 0xA0, 0x80}}, {0xFFFF, {0xEF, 0xBF, 0xBF}}, {0x10000, {0xF0, 0x90, 0x80, 0x80}},
