@@ -13,11 +13,8 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
-#include <cpuid.h>
-
 #include <cstdint>
 #include <cstring>
-#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -55,8 +52,7 @@ std::vector<unsigned char> random_bytes(std::mt19937& rng, std::size_t n)
 
 bool cpu_has_sse42()
 {
-    unsigned eax, ebx, ecx, edx;
-    return __get_cpuid(1, &eax, &ebx, &ecx, &edx) && (ecx & bit_SSE4_2);
+    return __builtin_cpu_supports("sse4.2");
 }
 
 // Word counts around the boundaries of the interleaved rounds (6 x 4,
@@ -65,11 +61,6 @@ const std::size_t kWordCounts[] = {0,   1,   2,   7,    8,    9,    23,   24,  2
                                    383, 384, 385, 3071, 3072, 3073, 3072 + 384 + 96 + 24 + 5};
 
 enum class path { instruction, tables };
-
-std::ostream& operator<<(std::ostream& os, path p)
-{
-    return os << (p == path::instruction ? "instruction" : "tables");
-}
 
 // Every test of this suite runs once per path.
 class Crc32Path : public ::testing::TestWithParam<path> {
@@ -86,7 +77,7 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(Paths, Crc32Path, ::testing::Values(path::instruction, path::tables),
-                         ::testing::PrintToStringParamName());
+                         [](const auto& info) { return info.param == path::instruction ? "instruction" : "tables"; });
 
 TEST_P(Crc32Path, CheckValuesAndIeeeMatchesZlibAtEveryLengthAlignmentAndSplit)
 {

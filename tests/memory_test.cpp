@@ -117,7 +117,6 @@ TEST(ProcessWideAllocators, WithoutHostAllAreTheMallocAllocator)
         EXPECT_EQ(a, &global);
     EXPECT_EQ(&global, &uvt_extern::UvtMallocAllocator::instance());
     EXPECT_STREQ(global.getName().c_str(), "UvtMallocAllocator");
-    EXPECT_EQ(global.getAlignmentSize(), 0u);
 }
 
 TEST(MallocAllocator, BlockAllocatorsFixTheAlignment)
