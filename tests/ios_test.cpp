@@ -11,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <cstdio>
 #include <limits>
 #include <set>
