@@ -37,7 +37,8 @@ constexpr unsigned char UTF8_leading_byte_mark[7] = {0x00, 0x00, 0xC0, 0xE0, 0xF
 namespace {
 
 // The tables against the rules they encode: the sequence length of every
-// lead byte; the lead-byte mark of a length-n sequence (its top n bits set);
+// lead byte; the lead-byte mark of a length-n sequence (its top n bits set,
+// none for the lengths 0 and 1);
 // and the offset that a decoder, shifting each byte in six bits at a time,
 // subtracts to undo the mark and the 0x80 of every continuation byte.
 constexpr bool tablesFollowTheirRules()
@@ -53,10 +54,8 @@ constexpr bool tablesFollowTheirRules()
         if (UTF8_element_size[lead] != length)
             return false;
     }
-    if (UTF8_leading_byte_mark[0] || UTF8_leading_byte_mark[1] || UTF8_offsets[0] || UTF8_offsets[1])
-        return false;
-    for (unsigned length = 2; length <= 6; ++length) {
-        const unsigned mark = 0xFF00u >> length & 0xFF;
+    for (unsigned length = 0; length <= 6; ++length) {
+        const unsigned mark = length < 2 ? 0 : 0xFF00u >> length & 0xFF;
         unsigned offset = mark;
         for (unsigned byte = 1; byte < length; ++byte)
             offset = (offset << 6) + 0x80;
