@@ -2,6 +2,7 @@
 // the adaptor allocator behind the allocator-less constructors, range
 // errors, construction from library strings and views, and conversion
 // between the widths.
+#include "support/caught.h"
 #include "support/test_allocator.h"
 
 #include <uvt/adp/string>
@@ -11,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
 #include <string>
 
 namespace {
@@ -134,15 +134,9 @@ TEST(AdpString, ViewsAndConcatenations)
     EXPECT_EQ(text(joined), "left, right. leftright");
 }
 
-struct range_case {
-    const char* name;
-    std::function<void(uvt_adp::string& s)> operation;
-    const char *idx, *beg, *end;
-};
-
 TEST(AdpString, PositionsOutOfRangeReportValueAndBounds)
 {
-    const range_case cases[] = {
+    const struct { const char* name; void (*operation)(uvt_adp::string& s); const char *idx, *beg, *end; } cases[] = {
         {"substr", [](uvt_adp::string& s) { (void)s.substr(6); }, "6", "0", "6"},
         {"erase", [](uvt_adp::string& s) { s.erase(7); }, "7", "0", "6"},
         {"insert", [](uvt_adp::string& s) { s.insert(9, "x"); }, "9", "0", "6"},
@@ -153,16 +147,12 @@ TEST(AdpString, PositionsOutOfRangeReportValueAndBounds)
         {"substring", [](uvt_adp::string& s) { uvt_adp::string part(s, 10); }, "10", "0", "6"},
         {"pop_back", [](uvt_adp::string& s) { s.erase(); s.pop_back(); }, "-1", "0", "0"},
     };
-    for (const range_case& c : cases) {
+    for (const auto& c : cases) {
         uvt_adp::string s("hello");
-        try {
-            c.operation(s);
-            ADD_FAILURE() << c.name << " did not throw";
-        } catch (const uvt::out_of_range& e) {
-            EXPECT_STREQ(e.get_msgarg_by_name("IDX"), c.idx) << c.name;
-            EXPECT_STREQ(e.get_msgarg_by_name("BEG"), c.beg) << c.name;
-            EXPECT_STREQ(e.get_msgarg_by_name("END"), c.end) << c.name;
-        }
+        const auto e = uvt_test::caught<uvt::out_of_range>([&] { c.operation(s); });
+        EXPECT_STREQ(e.get_msgarg_by_name("IDX"), c.idx) << c.name;
+        EXPECT_STREQ(e.get_msgarg_by_name("BEG"), c.beg) << c.name;
+        EXPECT_STREQ(e.get_msgarg_by_name("END"), c.end) << c.name;
     }
 }
 

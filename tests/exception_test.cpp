@@ -13,6 +13,7 @@
 #include <uvt/ext/buffer_stream>
 #include <uvt/impl/message_list>
 #include <uvt/stdexcept>
+#include <uvt/string>
 
 #include <gtest/gtest.h>
 
@@ -123,10 +124,7 @@ TEST_F(ExceptionTest, LongAndShortLayoutsOfAChainWithStackOptions)
                                       "exception  1: no.2  (b.cpp:2)\n    second 5\n",
                                       "exception  2: no.3\n    third\n"};
     const std::string short_nodes[] = {"exception 1: first\nexception 2: second 5\n", "exception 3: third\n"};
-    const struct {
-        bool no_stack, first_stack_only;
-        std::string long_text, short_text;
-    } rows[] = {
+    const struct { bool no_stack, first_stack_only; std::string long_text, short_text; } rows[] = {
         {false, false, long_nodes[0] + trace + long_nodes[1] + trace, short_nodes[0] + trace + short_nodes[1] + trace},
         {false, true, long_nodes[0] + trace + long_nodes[1], short_nodes[0] + trace + short_nodes[1]},
         {true, false, long_nodes[0] + long_nodes[1], short_nodes[0] + short_nodes[1]},
@@ -174,11 +172,7 @@ TEST_F(ExceptionTest, ThrowLocationTexts)
     a.fail_at(3);  // the payload, the stack area, the first argument: status 8 becomes 1
     exception unexplained(a, "f.cpp", 1, uvt__ERR_UVT_OUTOFRANGE(), nullptr);
     unexplained << message_argument<int>("IDX", 1);
-    const struct {
-        const exception& e;
-        std::string block;
-        int frames;
-    } rows[] = {
+    const struct { const exception& e; std::string block; int frames; } rows[] = {
         {suppressed, "NO exception throw location recorded. Stack generation suppressed.\n", 0},
         {empty, "NO exception throw location recorded. Stack generation system error.\n", 0},
         {captured, trace, 3},
@@ -276,11 +270,7 @@ std::string long_dump()
 // nothing leave the placeholder.
 TEST_F(ExceptionTest, ArgumentTexts)
 {
-    const struct {
-        int line;
-        void (*add)(exception&);
-        std::string expected;
-    } rows[] = {
+    const struct { int line; void (*add)(exception&); std::string expected; } rows[] = {
         {__LINE__, [](exception& e) { e << message_argument<bool>("V", true); }, "true"},
         {__LINE__, [](exception& e) { e << message_argument<bool>("V", false, true); }, "0"},
         {__LINE__, [](exception& e) { e << message_argument<char>("V", -1); }, "-1"},
@@ -292,6 +282,11 @@ TEST_F(ExceptionTest, ArgumentTexts)
         {__LINE__, [](exception& e) { e << message_argument<long>("V", LONG_MIN); }, "-9223372036854775808"},
         {__LINE__, [](exception& e) { e << message_argument<unsigned long>("V", ULONG_MAX, true); },
          "0xffffffffffffffff"},
+        {__LINE__, [](exception& e) { e << message_argument<double>("V", 0.1); }, "0.1"},
+        {__LINE__, [](exception& e) { e << message_argument<float>("V", 0.5f); }, "0.5"},
+        {__LINE__, [](exception& e) { e << message_argument<double>("V", -1.0 / 3); }, "-0.333333333333"},
+        {__LINE__, [](exception& e) { e << message_argument<double>("V", 1) << message_replace<double>("V", 1e300); },
+         "1e+300"},
         {__LINE__, [](exception& e) { e << uvt::msgarg_ptr("V", some_pointer); }, "0x7f00beef"},
         {__LINE__, [](exception& e) { e << uvt::msgarg_text("V", "plain"); }, "plain"},
         {__LINE__, [](exception& e) { e << uvt::msgarg_text("V", "AB\x01\xff", true); }, "41 42 01 FF"},
@@ -364,6 +359,24 @@ TEST_F(ExceptionTest, ReadersIterationAndIdentity)
     EXPECT_TRUE(a.is_processed());
     EXPECT_TRUE(next == b);
     EXPECT_EQ(next.get_next().data(), nullptr);
+}
+
+TEST_F(ExceptionTest, WhatWithAnAllocatorRendersTheShortLayout)
+{
+    const uvt::out_of_range e(__FILE__, __LINE__, 7, 0, 5);
+    const std::string expected = short_text(e, true);
+    ASSERT_NE(expected.find("Index 7 out of range [0, 5)"), std::string::npos);
+    uvt_test::counting_allocator a;
+    {
+        const uvt::basic_string<char> shown = e.what(a, true);
+        EXPECT_EQ(std::string(shown.data(), shown.size()), expected);
+        EXPECT_EQ(&shown.get_allocator(), &a);
+        EXPECT_EQ(a.live_blocks(), shown.capacity() > 39 ? 1u : 0u) << "the stream's block is gone";
+    }
+    const unsigned long points = uvt_test::sweep_allocation_failures(
+        [&](uvt::allocator& failing) { (void)e.what(failing, false); },
+        [](bool threw) { EXPECT_TRUE(threw) << "a text cut short is never returned"; });
+    EXPECT_GE(points, 2u);
 }
 
 // --- host callbacks ---

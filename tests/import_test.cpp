@@ -76,45 +76,6 @@ TEST(HostHooks, OutOfMemoryCallbackUnlessSilent)
     EXPECT_EQ(host().callbacks.out_of_memory, before + 2);
 }
 
-TEST(HostHooks, CaughtAndForgottenExceptionsReachTheHost)
-{
-    const int caught = host().callbacks.caught;
-    const int forgotten = host().callbacks.forgotten;
-    {
-        uvt::exception e(__FILE__, __LINE__, uvt__ERR_UVT_LOGIC());
-        e.dump();
-    }
-    EXPECT_EQ(host().callbacks.caught, caught + 1);
-    EXPECT_EQ(host().callbacks.forgotten, forgotten);
-    { uvt::exception lost(__FILE__, __LINE__, uvt__ERR_UVT_DOMAIN()); }
-    EXPECT_EQ(host().callbacks.forgotten, forgotten + 1);
-    EXPECT_EQ(host().callbacks.last_error_no, 1000015);
-}
-
-TEST(HostHooks, StackTracesComeFromTheHost)
-{
-    uvt::exception e(__FILE__, __LINE__, uvt__ERR_UVT_RUNTIME());
-    void** frames = nullptr;
-    EXPECT_EQ(e.stack_trace(&frames), 3);
-    EXPECT_NE(frames, nullptr);
-    uvt::buffer_stream<512> out;
-    e.print_stack(out);
-    EXPECT_STREQ(out.c_str(), "exception throw location:\n  <3 test frames>\n");
-    e.mark_processed();
-}
-
-TEST(HostHooks, RegistrationUsesTheThreadList)
-{
-    EXPECT_EQ(uvt::exception::get_first_registered(), nullptr);
-    uvt::exception e(__FILE__, __LINE__, uvt__ERR_UVT_RUNTIME());
-    EXPECT_TRUE(e.register_on_thread_());
-    EXPECT_FALSE(e.register_on_thread_()) << "registering twice is a no-op";
-    EXPECT_EQ(uvt::exception::get_first_registered(), &e);
-    e.unregister_on_thread();
-    EXPECT_EQ(uvt::exception::get_first_registered(), nullptr);
-    e.mark_processed();
-}
-
 TEST(HostHooks, StandardPrefixFunction)
 {
     char buffer[32];

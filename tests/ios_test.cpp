@@ -3,6 +3,7 @@
 // failure class itself is checked with the other exception classes
 // (stdexcept_test).
 
+#include "support/caught.h"
 #include "support/test_host.h"
 
 #include <uvt/ios>
@@ -10,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <cstdio>
 #include <limits>
 #include <set>
@@ -55,12 +55,7 @@ protected:
     }
 };
 
-struct capture_stream {
-    capture_buf buf;
-    uvt::ostream os{&buf};
-};
-
-// ------------------------------------------------------------ formatting
+struct capture_stream { capture_buf buf; uvt::ostream os{&buf}; };
 
 std::ios_base::fmtflags to_std(ios_base::fmtflags f)
 {
@@ -78,18 +73,12 @@ std::ios_base::fmtflags to_std(ios_base::fmtflags f)
     return out;
 }
 
-struct format {
-    ios_base::fmtflags flags;
-    long width;
-};
+struct format { ios_base::fmtflags flags; long width; };
 
 std::vector<format> all_formats()
 {
     const ios_base::fmtflags bases[] = {0, ios_base::dec, ios_base::oct, ios_base::hex};
-    const ios_base::fmtflags extras[] = {0,
-                                         ios_base::showbase,
-                                         ios_base::showpos,
-                                         ios_base::uppercase,
+    const ios_base::fmtflags extras[] = {0, ios_base::showbase, ios_base::showpos, ios_base::uppercase,
                                          ios_base::showbase | ios_base::uppercase,
                                          ios_base::showbase | ios_base::showpos | ios_base::boolalpha};
     const ios_base::fmtflags adjusts[] = {0, ios_base::left, ios_base::right, ios_base::internal};
@@ -135,38 +124,27 @@ void expect_like_standard(std::initializer_list<T> values)
                 << "value " << +v << " flags 0x" << std::hex << f.flags << std::dec << " width " << f.width;
 }
 
-template <class T>
+template <class... T>
 void expect_like_standard_limits()
 {
-    using L = std::numeric_limits<T>;
-    expect_like_standard<T>({T(0), T(1), T(42), T(255), L::max(), L::min(), T(L::max() / 3)});
-    if constexpr (L::is_signed)
-        expect_like_standard<T>({T(-1), T(-42), T(L::min() + 1)});
+    (expect_like_standard<T>({T(0), T(1), T(42), T(255), std::numeric_limits<T>::max(), std::numeric_limits<T>::min(),
+                              T(std::numeric_limits<T>::max() / 3), T(-1), T(-42), T(std::numeric_limits<T>::min() + 1)}),
+     ...);
 }
 
-TEST(OstreamFormat, IntegersMatchTheStandardStreamsForEveryFlagWidthAndFill)
+TEST(OstreamFormat, ValuesMatchTheStandardStreamsForEveryFlagWidthAndFill)
 {
-    expect_like_standard_limits<short>();
-    expect_like_standard_limits<unsigned short>();
-    expect_like_standard_limits<int>();
-    expect_like_standard_limits<unsigned int>();
-    expect_like_standard_limits<long>();
-    expect_like_standard_limits<unsigned long>();
-    expect_like_standard_limits<long long>();
-    expect_like_standard_limits<unsigned long long>();
+    expect_like_standard_limits<short, unsigned short, int, unsigned, long, unsigned long, long long,
+                                unsigned long long>();
     expect_like_standard<bool>({false, true});
-}
-
-TEST(OstreamFormat, CharactersAndStringsPadLikeTheStandardStreams)
-{
-    for (const format& f : all_formats()) {
+    for (const format& f : all_formats()) {  // characters and strings pad alike
         ASSERT_EQ(with_uvt('x', f), with_std('x', f)) << f.flags << " " << f.width;
         ASSERT_EQ(with_uvt("-abc", f), with_std("-abc", f)) << f.flags << " " << f.width;
         ASSERT_EQ(with_uvt("", f), with_std("", f)) << f.flags << " " << f.width;
     }
 }
 
-TEST(OstreamFormat, PointersAsTheCLibraryPrintsThem)
+TEST(OstreamFormat, PointersAsTheCLibraryPrintsThemAndManipulators)
 {
     int object = 0;
     char expected[32];
@@ -174,10 +152,7 @@ TEST(OstreamFormat, PointersAsTheCLibraryPrintsThem)
     EXPECT_EQ(with_uvt(static_cast<const void*>(&object), {ios_base::uppercase | ios_base::oct, 0}), expected);
     EXPECT_EQ(with_uvt(static_cast<const void*>(nullptr), {0, 0}), "(nil)");
     EXPECT_EQ(with_uvt(reinterpret_cast<const void*>(0xab), {ios_base::internal, 7}), "0x***ab");
-}
 
-TEST(OstreamFormat, Manipulators)
-{
     uvt::ostrstream os(uvt::allocator::global_allocator());
     os << uvt::setw(5) << uvt::setfill('.') << 42 << '|' << uvt::hex << uvt::showbase << 255 << '|'
        << uvt::noshowbase << uvt::uppercase << 255 << '|' << uvt::setbase(8) << 8 << '|' << uvt::setbase(3)
@@ -186,8 +161,6 @@ TEST(OstreamFormat, Manipulators)
     EXPECT_EQ(std::string(os.c_str(), os.size()), std::string("...42|0xff|FF|10|8|true|a...|\0", 30));
     EXPECT_EQ(os.precision(), 3);
 }
-
-// ------------------------------------------------ state and exceptions
 
 // A failing insertion sets badbit and throws ios_base::failure only when
 // badbit is in the mask: its own failure, or the one escaping the buffer.
@@ -233,10 +206,7 @@ TEST(IosState, FailingInsertionsSetBadbitAndThrowOnlyByTheMask)
                 << "an absorbed exception counts as processed";
         }
     }
-}
-
-TEST(IosState, SettingTheMaskThrowsAtOnceWhenTheStateMeetsIt)
-{
+    // Setting the mask throws at once when the state meets it.
     capture_stream s;
     s.os.setstate(ios_base::failbit);
     EXPECT_NO_THROW(s.os.exceptions(ios_base::badbit));
@@ -247,9 +217,7 @@ TEST(IosState, SettingTheMaskThrowsAtOnceWhenTheStateMeetsIt)
     EXPECT_TRUE(s.os.good());
 }
 
-// ------------------------------------------------------------- sentries
-
-TEST(OstreamSentry, TiedStreamIsFlushedBeforeEachInsertion)
+TEST(OstreamSentry, TiedStreamIsFlushedBeforeEachInsertionAndNoBufferIsBad)
 {
     capture_stream tied, s;
     s.os.tie(&tied.os);
@@ -258,9 +226,20 @@ TEST(OstreamSentry, TiedStreamIsFlushedBeforeEachInsertion)
     s.os.tie(&s.os);  // tied to itself: no endless flushing
     s.os << 2;
     EXPECT_EQ(s.buf.text, "1x2");
+
+    // A stream without a buffer is bad until it gets one.
+    uvt::ostream bare(nullptr);
+    EXPECT_TRUE(bare.bad());
+    bare << 1;
+    bare.flush();
+    capture_buf buf;
+    bare.rdbuf(&buf);
+    EXPECT_TRUE(bare.good());
+    bare << 1;
+    EXPECT_EQ(buf.text, "1");
 }
 
-TEST(OstreamSentry, UnitbufFlushesAfterEveryInsertionAndEndlFlushes)
+TEST(OstreamSentry, UnitbufAndEndlFlushAndAFailedSyncSetsBadbit)
 {
     capture_stream s;
     s.os << 1 << 2;
@@ -270,30 +249,10 @@ TEST(OstreamSentry, UnitbufFlushesAfterEveryInsertionAndEndlFlushes)
     s.os << uvt::nounitbuf << 5 << uvt::endl;
     EXPECT_EQ(s.buf.syncs, 3);
     EXPECT_EQ(s.buf.text, "12345\n");
-}
-
-TEST(OstreamSentry, FailedSyncSetsBadbit)
-{
-    capture_stream s;
     s.buf.sync_result = -1;
     s.os.flush();
-    EXPECT_TRUE(s.os.bad());
+    EXPECT_TRUE(s.os.bad()) << "a failed sync sets badbit";
 }
-
-TEST(OstreamSentry, StreamWithoutBufferIsBad)
-{
-    uvt::ostream os(nullptr);
-    EXPECT_TRUE(os.bad());
-    os << 1;
-    os.flush();
-    capture_buf buf;
-    os.rdbuf(&buf);
-    EXPECT_TRUE(os.good());
-    os << 1;
-    EXPECT_EQ(buf.text, "1");
-}
-
-// ----------------------------------------------- user storage, callbacks
 
 TEST(IosStorage, IwordAndPwordGrowOnDemandAndKeepTheirValues)
 {
@@ -343,7 +302,8 @@ TEST(IosStorage, ThreadsGetDistinctIndicesAndIndependentStreams)
         EXPECT_EQ(text, texts[0]);
 }
 
-std::vector<std::pair<ios_base::event, int>>* event_log;
+using events = std::vector<std::pair<ios_base::event, int>>;
+events* event_log;
 
 void log_event(ios_base::event e, ios_base&, int index)
 {
@@ -352,7 +312,7 @@ void log_event(ios_base::event e, ios_base&, int index)
 
 TEST(IosCallbacks, CalledLastRegisteredFirstOnCopyfmtAndDestruction)
 {
-    std::vector<std::pair<ios_base::event, int>> log;
+    events log;
     event_log = &log;
     capture_stream source;
     {
@@ -369,18 +329,14 @@ TEST(IosCallbacks, CalledLastRegisteredFirstOnCopyfmtAndDestruction)
         EXPECT_EQ(target.os.precision(), 9);
         EXPECT_EQ(target.os.fill(), '#');
         EXPECT_EQ(target.os.iword(4), 44);
-        using E = ios_base;
-        EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{
-                           {E::erase_event, 2}, {E::erase_event, 1}, {E::copyfmt_event, 3}}));
+        EXPECT_EQ(log, (events{{ios_base::erase_event, 2}, {ios_base::erase_event, 1}, {ios_base::copyfmt_event, 3}}));
         log.clear();
     }
-    EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{{ios_base::erase_event, 3}}));
+    EXPECT_EQ(log, (events{{ios_base::erase_event, 3}}));
     log.clear();
-}
 
-TEST(IosCallbacks, CopyfmtTakesTheExceptionMaskLast)
-{
-    capture_stream source, target;
+    // copyfmt takes the exception mask last.
+    capture_stream target;
     source.os.exceptions(ios_base::failbit);
     target.os.setstate(ios_base::failbit);
     EXPECT_THROW(target.os.copyfmt(source.os), ios_base::failure);
@@ -389,50 +345,39 @@ TEST(IosCallbacks, CopyfmtTakesTheExceptionMaskLast)
 
 void ignore_event(ios_base::event, ios_base&, int) {}
 
-// The table grows to 1, 2, 4, 8 entries, two blocks per growth.
-TEST(IosCallbacks, TableDoublesFromTheIosAllocator)
+// The table grows to 1, 2, 4, 8 entries, two blocks per growth from the
+// ios allocator. A failing growth (allocation 1 the functions, 2 the
+// indices) leaves the table and throws its own message.
+TEST(IosCallbacks, TableDoublesAndAFailingGrowthLeavesIt)
 {
     auto& global = test_host::instance().global;
-    capture_stream s;
-    const unsigned long attempts = global.attempts();
-    const unsigned long live = global.live_blocks();
-    for (int i = 0; i < 5; ++i)
-        s.os.register_callback(ignore_event, i);
-    EXPECT_EQ(global.attempts() - attempts, 8u);
-    EXPECT_EQ(global.live_blocks() - live, 2u);
-}
-
-TEST(IosCallbacks, GrowthFailureLeavesTheTableAndThrowsItsOwnMessage)
-{
-    const struct {
-        int line;
-        unsigned long failing_allocation;  // of the growth: 1 functions, 2 indices
-        const char* message;
-    } rows[] = {
+    {
+        capture_stream s;
+        const unsigned long attempts = global.attempts(), live = global.live_blocks();
+        for (int i = 0; i < 5; ++i)
+            s.os.register_callback(ignore_event, i);
+        EXPECT_EQ(global.attempts() - attempts, 8u);
+        EXPECT_EQ(global.live_blocks() - live, 2u);
+    }
+    const struct { int line; unsigned long failing_allocation; const char* message; } rows[] = {
         {__LINE__, 1, "ios_base::register_callback bad_alloc"},
         {__LINE__, 2, "ios_base::register_callback"},
     };
-    auto& global = test_host::instance().global;
     for (const auto& r : rows) {
-        std::vector<std::pair<ios_base::event, int>> log;
+        events log;
         event_log = &log;
         {
             capture_stream s;
             s.os.register_callback(log_event, 1);
             const unsigned long live = global.live_blocks();
             global.fail_at(r.failing_allocation);
-            try {
-                s.os.register_callback(log_event, 2);
-                ADD_FAILURE() << "no exception, row at line " << r.line;
-            } catch (const ios_base::failure& e) {
-                EXPECT_STREQ(e.what(), r.message) << "row at line " << r.line;
-                e.mark_processed();
-            }
+            const auto e = uvt_test::caught<ios_base::failure>([&] { s.os.register_callback(log_event, 2); });
+            EXPECT_STREQ(e.what(), r.message) << "row at line " << r.line;
             global.fail_at(0);
             EXPECT_TRUE(s.os.bad()) << "badbit is set whatever the mask";
             EXPECT_EQ(global.live_blocks(), live) << "row at line " << r.line;
         }
-        EXPECT_EQ(log, (std::vector<std::pair<ios_base::event, int>>{{ios_base::erase_event, 1}}));
+        EXPECT_EQ(log, (events{{ios_base::erase_event, 1}}));
     }
 }
 

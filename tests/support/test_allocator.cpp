@@ -26,27 +26,8 @@ unsigned long counting_allocator::live_blocks() const
     return blocks_.size();
 }
 
-unsigned long counting_allocator::live_bytes() const
-{
-    std::lock_guard lock(mutex_);
-    return bytes_;
-}
-
-unsigned long counting_allocator::attempts() const
-{
-    std::lock_guard lock(mutex_);
-    return attempts_;
-}
-
-unsigned long counting_allocator::failures() const
-{
-    std::lock_guard lock(mutex_);
-    return failures_;
-}
-
 uvt::CA_statistics counting_allocator::getStatistics() const
 {
-    std::lock_guard lock(mutex_);
     uvt::CA_statistics s;
     s.current_bytes = bytes_;
     s.alloc_count = attempts_ - failures_;
@@ -58,18 +39,6 @@ unsigned long counting_allocator::getBlockSize(void* p) const
     std::lock_guard lock(mutex_);
     auto it = blocks_.find(p);
     return it == blocks_.end() ? 0 : it->second;
-}
-
-unsigned long counting_allocator::last_size() const
-{
-    std::lock_guard lock(mutex_);
-    return last_size_;
-}
-
-unsigned long counting_allocator::last_alignment() const
-{
-    std::lock_guard lock(mutex_);
-    return last_alignment_;
 }
 
 bool counting_allocator::should_fail(unsigned long size, unsigned long alignment)

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstddef>
 #include <mutex>
 #include <unordered_map>
@@ -24,12 +25,12 @@ public:
     void fail_at(unsigned long n, bool and_later = false);
 
     unsigned long live_blocks() const;
-    unsigned long live_bytes() const;
-    unsigned long attempts() const;  // allocation attempts so far, failed ones included
-    unsigned long failures() const;
+    unsigned long live_bytes() const { return bytes_; }
+    unsigned long attempts() const { return attempts_; }  // allocation attempts so far, failed ones included
+    unsigned long failures() const { return failures_; }
     // Size and alignment (0 for unaligned requests) of the last request.
-    unsigned long last_size() const;
-    unsigned long last_alignment() const;
+    unsigned long last_size() const { return last_size_; }
+    unsigned long last_alignment() const { return last_alignment_; }
 
     void release() override {}
     void addReference() override {}
@@ -45,13 +46,9 @@ private:
     void* record(void* p, unsigned long size);
 
     const char* name_;
-    mutable std::mutex mutex_;
+    mutable std::mutex mutex_;  // guards every change; the counters are also read without it
     std::unordered_map<void*, unsigned long> blocks_;
-    unsigned long bytes_ = 0;
-    unsigned long attempts_ = 0;
-    unsigned long failures_ = 0;
-    unsigned long last_size_ = 0;
-    unsigned long last_alignment_ = 0;
+    std::atomic<unsigned long> bytes_{0}, attempts_{0}, failures_{0}, last_size_{0}, last_alignment_{0};
     unsigned long fail_at_ = 0;
     bool fail_later_ = false;
 };

@@ -19,11 +19,13 @@ test_host& test_host::instance()
     return host;
 }
 
-void test_callbacks::unhandled_exception(const uvt::exception& e)
+void test_callbacks::count(std::atomic<int>& counter, const uvt::exception& e)
 {
     last_error_no = e.error_no();
-    ++unhandled;
+    ++counter;
 }
+
+void test_callbacks::unhandled_exception(const uvt::exception& e) { count(unhandled, e); }
 
 void test_callbacks::register_exception(const uvt::exception& e) { registered_head = &e; }
 
@@ -44,27 +46,15 @@ unsigned test_callbacks::save_stack_trace(void** frames, unsigned max, const voi
     return n;
 }
 
-void test_callbacks::print_stack_trace(uvt::basic_ostream<char>* os, void**, unsigned count)
+void test_callbacks::print_stack_trace(uvt::basic_ostream<char>* os, void**, unsigned frames)
 {
-    *os << "  <" << count << " test frames>";
+    *os << "  <" << frames << " test frames>";
 }
 
-void test_callbacks::out_of_memory_exception(const uvt::exception& e)
-{
-    last_error_no = e.error_no();
-    ++out_of_memory;
-}
+void test_callbacks::out_of_memory_exception(const uvt::exception& e) { count(out_of_memory, e); }
 
-void test_callbacks::forgotten_exception(const uvt::exception& e)
-{
-    last_error_no = e.error_no();
-    ++forgotten;
-}
+void test_callbacks::forgotten_exception(const uvt::exception& e) { count(forgotten, e); }
 
-void test_callbacks::caught_exception(const uvt::exception& e)
-{
-    last_error_no = e.error_no();
-    ++caught;
-}
+void test_callbacks::caught_exception(const uvt::exception& e) { count(caught, e); }
 
 } // namespace uvt_test

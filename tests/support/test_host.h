@@ -32,6 +32,9 @@ public:
     std::atomic<unsigned> frames_to_capture{3};
     // Error number of the last exception passed to any exception callback.
     std::atomic<int> last_error_no{0};
+
+private:
+    void count(std::atomic<int>& counter, const uvt::exception& e);
 };
 
 class test_host : public uvt_extern::UvtImport {
