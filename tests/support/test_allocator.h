@@ -2,12 +2,14 @@
 // a sweep that reruns an operation failing each allocation point in turn.
 #pragma once
 
+#include <uvt/exception>
 #include <uvt/impl/memory>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstddef>
+#include <cerrno>
+#include <cstdlib>
 #include <mutex>
 #include <unordered_map>
 
@@ -18,13 +20,26 @@ namespace uvt_test {
 class counting_allocator : public uvt::allocator {
 public:
     explicit counting_allocator(const char* name = "counting_allocator") : name_(name) {}
-    ~counting_allocator() override;
+    ~counting_allocator() override
+    {
+        for (auto& [p, size] : blocks_)
+            std::free(p);
+    }
 
     // Fail the n-th allocation attempt from now (1-based) and, when `and_later`
     // is set, every attempt after it. n = 0 switches failing off.
-    void fail_at(unsigned long n, bool and_later = false);
+    void fail_at(unsigned long n, bool and_later = false)
+    {
+        std::lock_guard lock(mutex_);
+        fail_at_ = n ? attempts_ + n : 0;
+        fail_later_ = and_later;
+    }
 
-    unsigned long live_blocks() const;
+    unsigned long live_blocks() const
+    {
+        std::lock_guard lock(mutex_);
+        return blocks_.size();
+    }
     unsigned long live_bytes() const { return bytes_; }
     unsigned long attempts() const { return attempts_; }  // allocation attempts so far, failed ones included
     unsigned long failures() const { return failures_; }
@@ -34,16 +49,67 @@ public:
 
     void release() override {}
     void addReference() override {}
-    uvt::CA_statistics getStatistics() const override;
-    unsigned long getBlockSize(void* p) const override;
-    void* allocateNoThrowImpl(unsigned long size, const void* caller) override;
-    void* allocateAlignedNoThrowImpl(unsigned long size, unsigned long alignment, const void* caller) override;
-    void deallocateImpl(void* p, const void* caller) override;
-    void addBadAllocInfo(uvt::exception& e, unsigned long size, unsigned long alignment) override;
+    uvt::CA_statistics getStatistics() const override
+    {
+        uvt::CA_statistics s;
+        s.current_bytes = bytes_;
+        s.alloc_count = attempts_ - failures_;
+        return s;
+    }
+    unsigned long getBlockSize(void* p) const override
+    {
+        std::lock_guard lock(mutex_);
+        auto it = blocks_.find(p);
+        return it == blocks_.end() ? 0 : it->second;
+    }
+    void* allocateNoThrowImpl(unsigned long size, const void*) override
+    {
+        std::lock_guard lock(mutex_);
+        return should_fail(size, 0) ? nullptr : record(std::malloc(size), size);
+    }
+    void* allocateAlignedNoThrowImpl(unsigned long size, unsigned long alignment, const void*) override
+    {
+        std::lock_guard lock(mutex_);
+        void* p = nullptr;
+        return should_fail(size, alignment) || posix_memalign(&p, alignment, size) ? nullptr : record(p, size);
+    }
+    void deallocateImpl(void* p, const void*) override
+    {
+        if (!p)
+            return;
+        std::lock_guard lock(mutex_);
+        auto it = blocks_.find(p);
+        ASSERT_NE(it, blocks_.end()) << "block " << p << " does not belong to " << name_;
+        bytes_ -= it->second;
+        blocks_.erase(it);
+        std::free(p);
+    }
+    void addBadAllocInfo(uvt::exception& e, unsigned long size, unsigned long) override
+    {
+        e << uvt::message_argument<unsigned long>("size", size) << uvt::msgarg_text("name", name_);
+    }
 
 private:
-    bool should_fail(unsigned long size, unsigned long alignment);
-    void* record(void* p, unsigned long size);
+    bool should_fail(unsigned long size, unsigned long alignment)
+    {
+        ++attempts_;
+        last_size_ = size;
+        last_alignment_ = alignment;
+        const bool fail = fail_at_ && (attempts_ == fail_at_ || (fail_later_ && attempts_ > fail_at_));
+        if (fail) {
+            ++failures_;
+            errno = ENOMEM;
+        }
+        return fail;
+    }
+    void* record(void* p, unsigned long size)
+    {
+        if (p) {
+            blocks_.emplace(p, size);
+            bytes_ += size;
+        }
+        return p;
+    }
 
     const char* name_;
     mutable std::mutex mutex_;  // guards every change; the counters are also read without it
