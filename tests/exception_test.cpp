@@ -177,7 +177,8 @@ TEST_F(ExceptionTest, ThrowLocationsAndStatusNotes)
         {"captured", captured, trace, 3, nullptr},
         {"received", received, std::string(text) + "\n", 0, nullptr},
         {"stack lost", lost_stack, none + "Allocation of stack data failed.\n", 0,
-         "exception  1: no.1000014  (f.cpp:1)\n    Logic error; \"Bad allocation in exception callback trace\" (code:2)\n"},
+         "exception  1: no.1000014  (f.cpp:1)\n    Logic error; "
+         "\"Bad allocation in exception callback trace\" (code:2)\n"},
         {"parameter lost", lost_param, none + "Bad alloc.code: 1\n", 0,
          "exception  1: no.1000003  (f.cpp:1)\n    Index $IDX$ out of range [$BEG$, $END$); "
          "\"Bad allocation in exception parameter\" (code:1)\n"},

@@ -174,19 +174,29 @@ protected:
     const routines& f() const { return *GetParam(); }
 };
 
-TEST_P(Memlib, MemcpyEverySizeAndMisalignment)
+TEST_P(Memlib, MemcpyAndMemsetEverySizeAndMisalignment)
 {
     alignas(64) static unsigned char src[max_size + 2 * margin];
     alignas(64) static unsigned char dst[max_size + 2 * margin];
     fill(src, sizeof src, 1);
     for (std::size_t n = 0; n <= max_size; ++n)
-        for (std::size_t sa = 0; sa < 16; ++sa)
-            for (std::size_t da = 0; da < 16; ++da) {
+        for (std::size_t da = 0; da < 16; ++da) {
+            for (std::size_t sa = 0; sa < 16; ++sa) {
                 fill(dst, sizeof dst, 2);
                 ASSERT_EQ(f().memcpy(dst + margin + da, src + margin + sa, n), dst + margin + da);
                 ASSERT_EQ(copy_mismatch(dst, sizeof dst, margin + da, margin + sa, n, 2, 1), sizeof dst)
-                    << "n " << n << " src+" << sa << " dst+" << da;
+                    << "memcpy n " << n << " src+" << sa << " dst+" << da;
             }
+            for (int c : {0, 0xA5, 0x17F}) {  // only the low byte of c counts
+                fill(dst, sizeof dst, 7);
+                ASSERT_EQ(f().memset(dst + margin + da, c, n), dst + margin + da);
+                const std::size_t at = first_mismatch(dst, sizeof dst, [&](std::size_t i) {
+                    const bool inside = i >= margin + da && i < margin + da + n;
+                    return inside ? static_cast<unsigned char>(c) : pattern(i, 7);
+                });
+                ASSERT_EQ(at, sizeof dst) << "memset c " << c << " n " << n << " dst+" << da;
+            }
+        }
 }
 
 // Overlapping moves, by dst - src. Every size with shifts both ways within
@@ -237,22 +247,6 @@ TEST_P(Memlib, LargeCopiesAndMoves)
         }
 }
 
-TEST_P(Memlib, MemsetEverySizeAndMisalignment)
-{
-    alignas(64) static unsigned char dst[max_size + 2 * margin];
-    for (int c : {0, 0xA5, 0x17F})  // only the low byte of c counts
-        for (std::size_t n = 0; n <= max_size; ++n)
-            for (std::size_t da = 0; da < 16; ++da) {
-                fill(dst, sizeof dst, 7);
-                ASSERT_EQ(f().memset(dst + margin + da, c, n), dst + margin + da);
-                const std::size_t at = first_mismatch(dst, sizeof dst, [&](std::size_t i) {
-                    const bool inside = i >= margin + da && i < margin + da + n;
-                    return inside ? static_cast<unsigned char>(c) : pattern(i, 7);
-                });
-                ASSERT_EQ(at, sizeof dst) << "c " << c << " n " << n << " dst+" << da;
-            }
-}
-
 template <class C>
 void expect_lengths(const string_routines<C>& f, std::size_t misalignments)
 {
@@ -268,14 +262,11 @@ void expect_lengths(const string_routines<C>& f, std::size_t misalignments)
         }
 }
 
+// Then wide strings whose elements lie off their natural alignment.
 TEST_P(Memlib, LengthsEveryLengthAndMisalignment)
 {
     expect_lengths(f().narrow, 16);
     expect_lengths(f().wide, 4);
-}
-
-TEST_P(Memlib, WideLengthsOfElementsOffTheirAlignment)
-{
     alignas(64) static unsigned char bytes[(max_size + 8) * sizeof(wchar_t)];
     static wchar_t wide[max_size + 8];
     for (std::size_t length : {0ul, 1ul, 5ul, 37ul, 200ul})
@@ -283,8 +274,8 @@ TEST_P(Memlib, WideLengthsOfElementsOffTheirAlignment)
             place_string(wide, std::size(wide), 0, length);
             std::memcpy(bytes + offset, wide, (length + 1) * sizeof(wchar_t));
             const auto* s = reinterpret_cast<const wchar_t*>(bytes + offset);
-            EXPECT_EQ(f().wide.len(s), length);
-            EXPECT_EQ(f().wide.nlen(s, length / 2), length / 2);
+            EXPECT_EQ(f().wide.len(s), length) << "+" << offset;
+            EXPECT_EQ(f().wide.nlen(s, length / 2), length / 2) << "+" << offset;
         }
 }
 
@@ -492,51 +483,41 @@ TEST(MemlibStrncpy, SourceEndingAtTheLastByteOfAPage)
 
 volatile std::sig_atomic_t segv_count = 0;
 
-class MemlibChecked : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        struct sigaction action{};
-        action.sa_handler = [](int) { segv_count = segv_count + 1; };
-        sigemptyset(&action.sa_mask);
-        ASSERT_EQ(sigaction(SIGSEGV, &action, &previous_), 0);
+// Runs `op` on a destination holding "ab" with a size of `fits` and of
+// `fits - 1` elements: the first must not signal, the second must signal
+// once; both must leave `expected`, terminator and one untouched '#'
+// included.
+template <class C, class Op>
+void check_signalled(std::size_t fits, const std::basic_string<C>& expected, Op op)
+{
+    for (std::size_t size : {fits, fits - 1}) {
+        C dst[64] = {'a', 'b'};
+        std::fill(dst + 3, std::end(dst), C('#'));
+        segv_count = 0;
+        op(dst, size);
+        EXPECT_EQ(segv_count, size < fits ? 1 : 0) << "size " << size;
+        EXPECT_EQ(std::basic_string<C>(dst, expected.size()), expected) << "size " << size;
     }
-    void TearDown() override { sigaction(SIGSEGV, &previous_, nullptr); }
+}
 
-    // Runs `op` on a destination holding "ab" with a size of `fits` and of
-    // `fits - 1` elements: the first must not signal, the second must signal
-    // once; both must leave `expected`, terminator and one untouched '#'
-    // included.
-    template <class C, class Op>
-    static void check(std::size_t fits, const std::basic_string<C>& expected, Op op)
-    {
-        for (std::size_t size : {fits, fits - 1}) {
-            C dst[64] = {'a', 'b'};
-            std::fill(dst + 3, std::end(dst), C('#'));
-            segv_count = 0;
-            op(dst, size);
-            EXPECT_EQ(segv_count, size < fits ? 1 : 0) << "size " << size;
-            EXPECT_EQ(std::basic_string<C>(dst, expected.size()), expected) << "size " << size;
-        }
-    }
-
-private:
-    struct sigaction previous_{};
-};
-
-TEST_F(MemlibChecked, RaiseSigsegvAndCarryOn)
+TEST(MemlibChecked, RaiseSigsegvAndCarryOn)
 {
     using namespace std::string_literals;
+    struct sigaction action{}, previous{};
+    action.sa_handler = [](int) { segv_count = segv_count + 1; };
+    sigemptyset(&action.sa_mask);
+    ASSERT_EQ(sigaction(SIGSEGV, &action, &previous), 0);
     const char* src = "0123456789";
-    check(10, "0123456789#"s, [&](char* d, std::size_t size) { __memcpy_chk(d, src, 10, size); });
-    check(10, "0123456789#"s, [&](char* d, std::size_t size) { __memmove_chk(d, src, 10, size); });
-    check(7, "zzzzzzz#"s, [&](char* d, std::size_t size) { __memset_chk(d, 'z', 7, size); });
-    check(14, "0123456789\0\0\0\0#"s, [&](char* d, std::size_t size) { __strncpy_chk(d, src, 14, size); });
-    check(11, "0123456789\0#"s, [&](char* d, std::size_t size) { __strcpy_chk(d, src, size); });
-    check(13, "ab0123456789\0#"s, [&](char* d, std::size_t size) { __strcat_chk(d, src, size); });
+    check_signalled(10, "0123456789#"s, [&](char* d, std::size_t size) { __memcpy_chk(d, src, 10, size); });
+    check_signalled(10, "0123456789#"s, [&](char* d, std::size_t size) { __memmove_chk(d, src, 10, size); });
+    check_signalled(7, "zzzzzzz#"s, [&](char* d, std::size_t size) { __memset_chk(d, 'z', 7, size); });
+    check_signalled(14, "0123456789\0\0\0\0#"s, [&](char* d, std::size_t size) { __strncpy_chk(d, src, 14, size); });
+    check_signalled(11, "0123456789\0#"s, [&](char* d, std::size_t size) { __strcpy_chk(d, src, size); });
+    check_signalled(13, "ab0123456789\0#"s, [&](char* d, std::size_t size) { __strcat_chk(d, src, size); });
     // The wide variants count elements.
-    check(5, L"wide\0#"s, [](wchar_t* d, std::size_t size) { __wcscpy_chk(d, L"wide", size); });
-    check(7, L"abwide\0#"s, [](wchar_t* d, std::size_t size) { __wcscat_chk(d, L"wide", size); });
+    check_signalled(5, L"wide\0#"s, [](wchar_t* d, std::size_t size) { __wcscpy_chk(d, L"wide", size); });
+    check_signalled(7, L"abwide\0#"s, [](wchar_t* d, std::size_t size) { __wcscat_chk(d, L"wide", size); });
+    sigaction(SIGSEGV, &previous, nullptr);
 }
 
 // ---------------------------------------------------------------------------
@@ -575,37 +556,18 @@ TEST(MemlibCpuLevel, ClassifiesEveryLevel)
     };
     for (const row& r : rows)
         EXPECT_EQ(cpuLevelFromFeatures(r.ecx, r.xcr0, r.ebx7), r.level) << std::hex << r.ecx << " " << r.xcr0;
-}
-
-TEST(MemlibCpuLevel, NeverSevenAndNeverAboveWhatIsPresent)
-{
-    const std::uint32_t bits[] = {ecx_sse3, ecx_pclmul, ecx_ssse3, ecx_sse41, ecx_sse42,
-                                  ecx_popcnt, ecx_aes, ecx_osxsave, ecx_avx};
-    for (std::uint32_t subset = 0; subset < (1u << std::size(bits)); ++subset) {
-        std::uint32_t ecx = 0;
-        for (std::size_t i = 0; i < std::size(bits); ++i)
-            if (subset & (1u << i))
-                ecx |= bits[i];
+    // Every subset of the features: never the unused level 7, SSSE3 and up
+    // exactly with SSE3 and SSSE3, AVX2 only with everything.
+    for (std::uint32_t ecx = 0;; ecx = (ecx - ecx_all) & ecx_all) {
         for (std::uint32_t ebx7 : {0u, ebx7_avx2}) {
             const std::int32_t level = cpuLevelFromFeatures(ecx, xcr0_xmm_ymm, ebx7);
-            EXPECT_NE(level, 7);
-            EXPECT_EQ(level >= CPU_SSSE3, (ecx & (ecx_sse3 | ecx_ssse3)) == (ecx_sse3 | ecx_ssse3));
-            if (level == CPU_AVX2) {
-                EXPECT_EQ(ecx & ecx_all, ecx_all);
-            }
+            EXPECT_NE(level, 7) << std::hex << ecx;
+            EXPECT_EQ(level >= CPU_SSSE3, (ecx & (ecx_sse3 | ecx_ssse3)) == (ecx_sse3 | ecx_ssse3)) << std::hex << ecx;
+            EXPECT_TRUE(level < CPU_AVX2 || ecx == ecx_all) << std::hex << ecx;
         }
+        if (ecx == ecx_all)
+            break;
     }
-}
-
-TEST(MemlibCpuLevel, AgreesWithTheCompilersFeatureTests)
-{
-    const std::int32_t level = cpuInstructionSet();
-    __builtin_cpu_init();
-    EXPECT_EQ(level >= CPU_SSE3, __builtin_cpu_supports("sse3") != 0);
-    EXPECT_EQ(level >= CPU_SSSE3, __builtin_cpu_supports("ssse3") != 0);
-    EXPECT_EQ(level >= CPU_SSE42, __builtin_cpu_supports("sse4.2") != 0);
-    EXPECT_EQ(level >= CPU_AVX, __builtin_cpu_supports("avx") != 0);
-    EXPECT_EQ(level >= CPU_AVX2, __builtin_cpu_supports("avx2") != 0);
 }
 
 // The level the dispatch should see under this process's UVT_CPU_LEVEL.
@@ -618,9 +580,19 @@ std::int32_t expected_dispatch_level()
     return std::clamp(std::atoi(text), CPU_SSE2, hardware);
 }
 
+// The hardware level agrees with the compiler's feature tests; the dispatch
+// level and its tables follow it and UVT_CPU_LEVEL.
 TEST(MemlibDispatch, TablesFollowTheLevel)
 {
+    const std::int32_t hardware = cpuInstructionSet();
+    __builtin_cpu_init();
+    EXPECT_EQ(hardware >= CPU_SSE3, __builtin_cpu_supports("sse3") != 0);
+    EXPECT_EQ(hardware >= CPU_SSSE3, __builtin_cpu_supports("ssse3") != 0);
+    EXPECT_EQ(hardware >= CPU_SSE42, __builtin_cpu_supports("sse4.2") != 0);
+    EXPECT_EQ(hardware >= CPU_AVX, __builtin_cpu_supports("avx") != 0);
+    EXPECT_EQ(hardware >= CPU_AVX2, __builtin_cpu_supports("avx2") != 0);
     const std::int32_t level = expected_dispatch_level();
+
     EXPECT_EQ(dispatchInstructionSet(), level);
     // The load-time warm-up has settled every table.
     const MemlibDispatch d = memlibDispatch();
@@ -631,7 +603,7 @@ TEST(MemlibDispatch, TablesFollowTheLevel)
                                  : level > CPU_SSE42 ? StrncpyLoops::avx
                                                      : StrncpyLoops::sse2;
     EXPECT_EQ(d.strncpyLoops, strncpy);
-    std::printf("dispatch level %d (hardware %d)\n", level, cpuInstructionSet());
+    std::printf("dispatch level %d (hardware %d)\n", level, hardware);
 }
 
 } // namespace

@@ -123,7 +123,8 @@ std::vector<ThrowCase> class_cases()
         object<time_conversion_error>(23, 1000026, "Time conversion \"str2date\": 47", "str2date", 47),
         object<time_conversion_error>(23, 1000026, "Time conversion 1:2:3 4.5.2024", 1, 2, 3, 4, 5, 2024),
         object<bad_weak_ptr>(24, 1000023, "Bad weak_ptr"),
-        made<invalid_guid_symbol>([] { return invalid_guid_symbol(10, 'x'); }, 25, 1000032, "Unexpected GUID symbol: x"),
+        made<invalid_guid_symbol>([] { return invalid_guid_symbol(10, 'x'); }, 25, 1000032,
+                                  "Unexpected GUID symbol: x"),
         made<invalid_guid_symbol>([] { return invalid_guid_symbol(10, 0x17); }, 25, 1000032,
                                   "Unexpected GUID symbol: 0x17"),
         object<bad_function_call>(26, 1000028, "Bad function call"),
@@ -147,7 +148,8 @@ std::vector<ThrowCase> helper_cases()
         helper<regex_error>([] { regex_error::doThrow(F, 10, error_syntax, "a(b"); }, 1000037,
                             "Regular expression error no.ERR_UVT_REGEXP+14:regex_error(error_syntax). a(b"),
         helper<regex_error>([] { regex_error::doThrowUserInterrupt(F, 10); }, 1000037,
-                            "Regular expression error no.ERR_UVT_REGEXP+15:regex_error. Matching interrupted by the user"),
+                            "Regular expression error no.ERR_UVT_REGEXP+15:regex_error. Matching interrupted by "
+                            "the user"),
         helper<bad_weak_ptr>([] { throw_uvt_bad_weak_ptr(F, 10); }, 1000023, "Bad weak_ptr"),
         helper<bad_function_call>([] { throw_uvt_bad_function_call(F, 10); }, 1000028, "Bad function call"),
         helper<ios_base::failure>([] { ios_base::throwIOSFailure(F, 10, "custom text"); }, 1000087, "custom text"),
@@ -171,9 +173,10 @@ TEST(ExceptionClasses, ClassesAndThrowHelpersThrowTheirClassWithNumberAndMessage
             EXPECT_EQ(e.error_no(), c.error_no);
             EXPECT_EQ(e.line(), 10);
             EXPECT_EQ(expanded(e), c.message);
+            const std::uint32_t type_word = 0xFACE0000u + c.type_number, end_word = 0xFACADE01u;
             const auto* regex = dynamic_cast<const uvt::regex_error*>(&e);
-            EXPECT_EQ(type_header(e), regex ? words({0xFACE0000u + c.type_number, std::uint32_t(regex->code()), 0xFACADE01u})
-                                            : words({0xFACE0000u + c.type_number, 0xFACADE01u}));
+            EXPECT_EQ(type_header(e), regex ? words({type_word, std::uint32_t(regex->code()), end_word})
+                                            : words({type_word, end_word}));
         }
         EXPECT_EQ(uvt::exception::get_first_registered(), nullptr) << "unwinding must unregister the thrown object";
     }
