@@ -23,6 +23,7 @@
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -284,20 +285,17 @@ TEST_F(ExceptionTest, ArgumentTexts)
     }
 }
 
-TEST_F(ExceptionTest, ExceptionArgumentIsItsLongLayoutAndMarksItProcessed)
+TEST_F(ExceptionTest, ExceptionArgumentIsItsLongLayoutAndLookupCoversTheChain)
 {
-    exception inner = make(5, "inner");
-    exception outer = make(6, "outer");
+    exception inner = make(5, "inner"), outer = make(6, "outer");
     outer << message_argument<exception>("CAUSE", inner);
     EXPECT_TRUE(inner.is_processed());
     EXPECT_FALSE(outer.is_processed());
     EXPECT_EQ(printed(outer), "exception  1: no.6  (demo/unit.cpp:42)\n    outer\n$CAUSE$=\n"
                               "exception  1: no.5  (demo/unit.cpp:42)\n    inner\n" +
                                   trace + trace);
-}
 
-TEST_F(ExceptionTest, ArgumentsAreLookedUpAcrossTheChain)
-{
+    // Arguments are looked up in the first message of each chained exception.
     exception a = make(1, "a");
     a << message_argument<int>("X", 1) << uvt::error_message("f.cpp", 1, 1, "second");
     a << message_argument<int>("HIDDEN", 9);  // not in a first message
@@ -326,10 +324,8 @@ TEST_F(ExceptionTest, ReadersIterationAndIdentity)
     EXPECT_EQ(numbers, (std::vector<int>{1, 2}));
     EXPECT_TRUE(a.is_processed());
 
-    exception copy = a;
     exception other = make(1, "first $A$");
-    EXPECT_TRUE(copy == a);
-    EXPECT_TRUE(other != a);
+    EXPECT_TRUE(other != a) << "equal exceptions share a payload";
     other.mark_processed();
 
     exception b = make(3, "b");
@@ -391,11 +387,11 @@ TEST_F(ExceptionTest, HostHearsOfForgottenAndDumpedExceptions)
 
 // --- appended chains ---
 
-TEST_F(ExceptionTest, AppendingRefusesSecondChainsCyclesAndItself)
+// Appending refuses a second chain, a cycle and the exception itself; the
+// payloads of a chain are freed whichever end goes first.
+TEST_F(ExceptionTest, AppendingRefusesSecondChainsCyclesAndItselfAndChainsAreFreedInEitherOrder)
 {
-    exception a = make(1, "a");
-    exception b = make(2, "b");
-    exception c = make(3, "c");
+    exception a = make(1, "a"), b = make(2, "b"), c = make(3, "c");
     a << b;
     c << b;  // b is already appended to a
     b << a;  // would close a cycle
@@ -405,10 +401,7 @@ TEST_F(ExceptionTest, AppendingRefusesSecondChainsCyclesAndItself)
     EXPECT_EQ(a.get_next().get_next().data(), nullptr);
     EXPECT_EQ(printed(c, short_form) + printed(b, short_form) + printed(a, short_form),
               "exception 3: c\nexception 2: b\nexception 1: a\nexception 2: b\n");
-}
 
-TEST_F(ExceptionTest, ChainsAreFreedInEitherOrder)
-{
     for (bool head_first : {true, false}) {
         SCOPED_TRACE(head_first);
         uvt_test::counting_allocator alloc;
@@ -537,8 +530,7 @@ TEST_F(ExceptionTest, CopiesOnThreadsDropTheirReferencesConcurrently)
     for (int round = 0; round < rounds; ++round) {
         std::vector<exception> copies;
         {
-            exception e = make(51, "shared");
-            exception tail = make(52, "tail");
+            exception e = make(51, "shared"), tail = make(52, "tail");
             tail.mark_processed();
             e << tail;
             copies.assign(threads, e);
@@ -563,11 +555,9 @@ TEST_F(ExceptionTest, CopiesOnThreadsDropTheirReferencesConcurrently)
 TEST_F(ExceptionTest, ConcurrentAppendsLinkEveryPayloadOnce)
 {
     constexpr int threads = 6;
-    exception head = make(60, "head");
-    exception contested = make(61, "contested");
+    exception head = make(60, "head"), contested = make(61, "contested");
     contested.mark_processed();
-    std::vector<exception> heads(threads, head);
-    std::vector<exception> contested_copies(threads, contested);
+    std::vector<exception> heads(threads, head), contested_copies(threads, contested);
     std::vector<exception> own;
     for (int i = 0; i < threads; ++i)
         own.push_back(make(70 + i, "own"));
@@ -605,9 +595,8 @@ TEST_F(ExceptionTest, ConcurrentAppendsLinkEveryPayloadOnce)
 
 bool has_loss_note(const std::string& text)
 {
-    return text.find("Bad allocation in exception") != std::string::npos ||
-           text.find("bad allocation in exception object") != std::string::npos ||
-           text.find("NO exception throw location recorded.") != std::string::npos;
+    static const std::regex note("[Bb]ad allocation in exception|NO exception throw location recorded\\.");
+    return std::regex_search(text, note);
 }
 
 TEST_F(ExceptionTest, AllocationFailureSweepOverBuildingAppendingAndPrinting)

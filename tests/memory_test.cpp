@@ -157,7 +157,7 @@ TEST(MallocAllocator, ReferencesKeepAnAllocatorAlive)
     global.deallocate(global.allocate(8));
 }
 
-TEST(MallocAllocator, MalfunctionCounterFailsFromTheNthAllocation)
+TEST(MallocAllocator, MalfunctionCounterFailsFromTheNthAllocationWithTheAllocatorsArguments)
 {
     auto a = private_malloc_allocator();
     a->setMalfunctionStartCounter(3);
@@ -175,13 +175,9 @@ TEST(MallocAllocator, MalfunctionCounterFailsFromTheNthAllocation)
     void* again = a->allocate(8);
     for (void* p : {first, second, again})
         a->deallocate(p);
-}
 
-// The bad_alloc of a failing allocation names the allocator and the size;
-// an aligned request repeats the size.
-TEST(MallocAllocator, BadAllocCarriesTheAllocatorsArguments)
-{
-    auto a = private_malloc_allocator();
+    // The bad_alloc names the allocator and the size; an aligned request
+    // repeats the size.
     a->setMalfunctionStartCounter(1);
     const auto e = uvt_test::caught<uvt::bad_alloc>([&] { a->allocate(1234); });
     EXPECT_EQ(e.error_no(), 1000002);
@@ -233,9 +229,7 @@ private:
 TEST(AllocatorHierarchy, NonTempParentSkipsTemporaryAllocators)
 {
     counting_allocator root;
-    temp_allocator mid(&root);
-    temp_allocator leaf(&mid);
-    temp_allocator orphan(nullptr);
+    temp_allocator mid(&root), leaf(&mid), orphan(nullptr);
     EXPECT_EQ(leaf.getNonTempParentAllocator(), &root);
     EXPECT_EQ(orphan.getNonTempParentAllocator(), nullptr);
 }
