@@ -65,23 +65,10 @@ std::vector<std::pair<int, std::string>> readExample(const std::string& path)
 // literals; the comment is empty when there is none.
 std::pair<std::string, std::string> splitComment(const std::string& line)
 {
-    char quote = 0;
-    for (std::size_t i = 0; i < line.size(); ++i) {
-        char c = line[i];
-        if (quote) {
-            if (c == '\\')
-                ++i;
-            else if (c == quote)
-                quote = 0;
-        } else if (c == '"' || c == '\'') {
-            quote = c;
-        } else if (line.compare(i, 2, "//") == 0) {
-            std::string code = line.substr(0, i);
-            code.erase(code.find_last_not_of(' ') + 1);
-            return {code, line.substr(i + 2)};
-        }
-    }
-    return {line, ""};
+    static const std::regex split(R"(^((?:"(?:[^"\\]|\\.)*"?|'(?:[^'\\]|\\.)*'?|[^"'/]|/(?!/))*?) *(?://(.*))?$)");
+    std::smatch m;
+    std::regex_match(line, m, split);
+    return {m[1], m[2]};
 }
 
 // The checked form of the one-line statement `code` when its trailing
