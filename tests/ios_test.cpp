@@ -217,7 +217,7 @@ TEST(IosState, FailingInsertionsSetBadbitAndThrowOnlyByTheMask)
     EXPECT_TRUE(s.os.good());
 }
 
-TEST(OstreamSentry, TiedStreamIsFlushedBeforeEachInsertionAndNoBufferIsBad)
+TEST(OstreamSentry, TiedStreamIsFlushedBeforeEachInsertionNoBufferIsBadAndUnitbufFlushes)
 {
     capture_stream tied, s;
     s.os.tie(&tied.os);
@@ -237,21 +237,19 @@ TEST(OstreamSentry, TiedStreamIsFlushedBeforeEachInsertionAndNoBufferIsBad)
     EXPECT_TRUE(bare.good());
     bare << 1;
     EXPECT_EQ(buf.text, "1");
-}
 
-TEST(OstreamSentry, UnitbufAndEndlFlushAndAFailedSyncSetsBadbit)
-{
-    capture_stream s;
-    s.os << 1 << 2;
-    EXPECT_EQ(s.buf.syncs, 0);
-    s.os << uvt::unitbuf << 3 << "4";
-    EXPECT_EQ(s.buf.syncs, 2);
-    s.os << uvt::nounitbuf << 5 << uvt::endl;
-    EXPECT_EQ(s.buf.syncs, 3);
-    EXPECT_EQ(s.buf.text, "12345\n");
-    s.buf.sync_result = -1;
-    s.os.flush();
-    EXPECT_TRUE(s.os.bad()) << "a failed sync sets badbit";
+    // unitbuf and endl flush; a failed sync sets badbit.
+    capture_stream u;
+    u.os << 1 << 2;
+    EXPECT_EQ(u.buf.syncs, 0);
+    u.os << uvt::unitbuf << 3 << "4";
+    EXPECT_EQ(u.buf.syncs, 2);
+    u.os << uvt::nounitbuf << 5 << uvt::endl;
+    EXPECT_EQ(u.buf.syncs, 3);
+    EXPECT_EQ(u.buf.text, "12345\n");
+    u.buf.sync_result = -1;
+    u.os.flush();
+    EXPECT_TRUE(u.os.bad());
 }
 
 TEST(IosStorage, IwordAndPwordGrowOnDemandAndKeepTheirValues)
@@ -348,7 +346,7 @@ void ignore_event(ios_base::event, ios_base&, int) {}
 // The table grows to 1, 2, 4, 8 entries, two blocks per growth from the
 // ios allocator. A failing growth (allocation 1 the functions, 2 the
 // indices) leaves the table and throws its own message.
-TEST(IosCallbacks, TableDoublesAndAFailingGrowthLeavesIt)
+TEST(IosCallbacks, TableDoublesAndFailingGrowthsOrCopiesLeaveTheirTarget)
 {
     auto& global = test_host::instance().global;
     {
@@ -379,11 +377,8 @@ TEST(IosCallbacks, TableDoublesAndAFailingGrowthLeavesIt)
         }
         EXPECT_EQ(log, (events{{ios_base::erase_event, 1}}));
     }
-}
 
-TEST(IosCallbacks, CopyfmtFailureSetsBadbitAndLeavesTheTarget)
-{
-    auto& global = test_host::instance().global;
+    // A failing copyfmt sets badbit and leaves the target's format.
     capture_stream source;
     source.os.register_callback(ignore_event, 1);
     source.os.iword(0) = 1;
