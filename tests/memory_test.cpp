@@ -193,9 +193,9 @@ TEST(MallocAllocator, MalfunctionCounterFailsFromTheNthAllocationWithTheAllocato
     uvt::buffer_stream<2048> out;
     aligned.print_short(out, true, true);
     const std::string text = out.c_str();
-    const auto first = text.find("$size$=100");
-    EXPECT_NE(first, std::string::npos) << text;
-    EXPECT_NE(text.find("$size$=100", first + 1), std::string::npos) << "the size argument appears twice: " << text;
+    const auto at = text.find("$size$=100");
+    EXPECT_NE(at, std::string::npos) << text;
+    EXPECT_NE(text.find("$size$=100", at + 1), std::string::npos) << "the size argument appears twice: " << text;
 }
 
 TEST(MallocAllocator, ConcurrentAllocationAndReferences)

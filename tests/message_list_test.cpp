@@ -123,6 +123,7 @@ TEST(Expansion, ByteStreamStopsAtThePieceThatDoesNotFitAndPlainTextStaysAsItIs)
     EXPECT_EQ(expand_to_bytes(*n), "plain $X$ \\$");
 }
 
+// Allocation failures throw bad_alloc and leak nothing.
 TEST(MessageList, ParametersGoToTheLastMessageAndEverythingIsFreed)
 {
     uvt_test::counting_allocator a;
@@ -138,10 +139,7 @@ TEST(MessageList, ParametersGoToTheLastMessageAndEverythingIsFreed)
         EXPECT_EQ(a.live_blocks(), 4u);
     }
     EXPECT_EQ(a.live_blocks(), 0u);
-}
 
-TEST(MessageList, AllocationFailuresThrowBadAllocWithoutLeaking)
-{
     const unsigned long points = uvt_test::sweep_allocation_failures(
         [](uvt::allocator& a) {
             uvt::message_list list(a);
@@ -152,9 +150,24 @@ TEST(MessageList, AllocationFailuresThrowBadAllocWithoutLeaking)
     EXPECT_EQ(points, 5u);
 }
 
+// Hands out blocks 8 bytes past a 16-byte boundary.
+class misaligning_allocator : public uvt_test::counting_allocator {
+public:
+    void* allocateNoThrowImpl(unsigned long size, const void* caller) override
+    {
+        auto* p = static_cast<char*>(counting_allocator::allocateNoThrowImpl(size + 8, caller));
+        return p ? p + 8 : nullptr;
+    }
+    void deallocateImpl(void* p, const void* caller) override
+    {
+        counting_allocator::deallocateImpl(p ? static_cast<char*>(p) - 8 : nullptr, caller);
+    }
+};
+
 // A message node is its header and its text space; a payload holds 71
-// bytes more (its header and the worst alignment gap, less the node header);
-// a parameter keeps at least 8 bytes of value.
+// bytes more (its header and the worst alignment gap, less the node header)
+// and lies aligned inside its block; a parameter keeps at least 8 bytes of
+// value.
 TEST(BlockSizes, MessagesParametersAndPayloads)
 {
     const std::pair<const char*, unsigned long> messages[] = {
@@ -181,24 +194,6 @@ TEST(BlockSizes, MessagesParametersAndPayloads)
         list.new_param("N", value, false);
         EXPECT_EQ(a.live_bytes() - before, bytes) << (value ? value : "null");
     }
-}
-
-// Hands out blocks 8 bytes past a 16-byte boundary.
-class misaligning_allocator : public uvt_test::counting_allocator {
-public:
-    void* allocateNoThrowImpl(unsigned long size, const void* caller) override
-    {
-        auto* p = static_cast<char*>(counting_allocator::allocateNoThrowImpl(size + 8, caller));
-        return p ? p + 8 : nullptr;
-    }
-    void deallocateImpl(void* p, const void* caller) override
-    {
-        counting_allocator::deallocateImpl(p ? static_cast<char*>(p) - 8 : nullptr, caller);
-    }
-};
-
-TEST(BlockSizes, PayloadIsAlignedInsideItsBlockAndFreedFromItsStart)
-{
     misaligning_allocator a;
     {
         uvt::exception e(a, "f.cpp", 1, uvt::error_code(1, uvt::generic_category()), nullptr);

@@ -116,22 +116,13 @@ TEST(BadAlloc, MessageLivesInTheOutOfMemoryAllocatorAndSurvivesItsFailures)
         e.mark_processed();
     }
     EXPECT_EQ(oom.live_blocks(), live_before);
-    for (unsigned long n = 1; n < 100; ++n) {
-        SCOPED_TRACE(n);
-        const unsigned long failures_before = oom.failures();
-        oom.fail_at(n);
-        {
-            const uvt::bad_alloc e(F, 4, "reason", true);
-            EXPECT_EQ(e.error_no(), 1000002);
-            EXPECT_EQ(e.line(), 4);
-            EXPECT_NE(e.what(), nullptr);
-            e.mark_processed();
-        }
-        oom.fail_at(0);
-        EXPECT_EQ(oom.live_blocks(), live_before);
-        if (oom.failures() == failures_before)
-            break;
-    }
+    uvt_test::sweep_allocation_failures(oom, [] {
+        const uvt::bad_alloc e(F, 4, "reason", true);
+        EXPECT_EQ(e.error_no(), 1000002);
+        EXPECT_EQ(e.line(), 4);
+        EXPECT_NE(e.what(), nullptr);
+        e.mark_processed();
+    });
 }
 
 // Both notify the host once and throw a uvt::bad_alloc that a std::bad_alloc

@@ -119,25 +119,27 @@ private:
     bool fail_later_ = false;
 };
 
-// Runs `op(alloc)` with the 1st, 2nd, ... allocation failing until a run
-// completes without reaching the failing point. After every run all blocks
-// must be back. `op` returns normally or throws; `check(threw)` runs after
-// each failing run for extra assertions. Returns the number of allocation
-// points found.
-template <class Op, class Check>
-unsigned long sweep_allocation_failures(Op op, Check check)
+// Runs `op()` with the 1st, 2nd, ... allocation from `alloc` failing until a
+// run completes without reaching the failing point. After every run all
+// blocks must be back. `op` returns normally or throws; `check(threw)` runs
+// after each failing run for extra assertions. Returns the number of
+// allocation points found.
+template <class Op, class Check = void (*)(bool)>
+unsigned long sweep_allocation_failures(counting_allocator& alloc, Op op, Check check = [](bool) {})
 {
+    const unsigned long live = alloc.live_blocks();
     for (unsigned long n = 1;; ++n) {
-        counting_allocator alloc("sweep");
+        const unsigned long failures = alloc.failures();
         alloc.fail_at(n);
         bool threw = false;
         try {
-            op(alloc);
+            op();
         } catch (...) {
             threw = true;
         }
-        EXPECT_EQ(alloc.live_blocks(), 0u) << "leak when allocation " << n << " failed";
-        if (alloc.failures() == 0)
+        alloc.fail_at(0);
+        EXPECT_EQ(alloc.live_blocks(), live) << "leak when allocation " << n << " failed";
+        if (alloc.failures() == failures)
             return n - 1;
         check(threw);
         if (::testing::Test::HasFatalFailure() || n > 100000)
@@ -145,10 +147,12 @@ unsigned long sweep_allocation_failures(Op op, Check check)
     }
 }
 
-template <class Op>
-unsigned long sweep_allocation_failures(Op op)
+// The same with an allocator of its own, passed to `op(alloc)`.
+template <class Op, class Check = void (*)(bool)>
+unsigned long sweep_allocation_failures(Op op, Check check = [](bool) {})
 {
-    return sweep_allocation_failures(op, [](bool) {});
+    counting_allocator alloc("sweep");
+    return sweep_allocation_failures(alloc, [&] { op(alloc); }, check);
 }
 
 } // namespace uvt_test
