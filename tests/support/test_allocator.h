@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
+#include <optional>
 #include <unordered_map>
 
 namespace uvt_test {
@@ -119,21 +120,22 @@ private:
     bool fail_later_ = false;
 };
 
-// Runs `op()` with the 1st, 2nd, ... allocation from `alloc` failing until a
-// run completes without reaching the failing point. After every run all
-// blocks must be back. `op` returns normally or throws; `check(threw)` runs
-// after each failing run for extra assertions. Returns the number of
-// allocation points found.
-template <class Op, class Check = void (*)(bool)>
-unsigned long sweep_allocation_failures(counting_allocator& alloc, Op op, Check check = [](bool) {})
+// Runs `op(alloc)` with the 1st, 2nd, ... allocation failing until a run
+// completes without reaching the failing point; `alloc` is `shared`, or a
+// fresh allocator for every run. After every run all blocks must be back.
+// `op` returns normally or throws; `check(threw)` runs after each failing
+// run for extra assertions. Returns the number of allocation points found.
+template <class Op, class Check>
+unsigned long sweep_allocation_failures_in(counting_allocator* shared, Op op, Check check)
 {
-    const unsigned long live = alloc.live_blocks();
     for (unsigned long n = 1;; ++n) {
-        const unsigned long failures = alloc.failures();
+        std::optional<counting_allocator> own;
+        counting_allocator& alloc = shared ? *shared : own.emplace("sweep");
+        const unsigned long live = alloc.live_blocks(), failures = alloc.failures();
         alloc.fail_at(n);
         bool threw = false;
         try {
-            op();
+            op(alloc);
         } catch (...) {
             threw = true;
         }
@@ -147,12 +149,18 @@ unsigned long sweep_allocation_failures(counting_allocator& alloc, Op op, Check 
     }
 }
 
-// The same with an allocator of its own, passed to `op(alloc)`.
 template <class Op, class Check = void (*)(bool)>
 unsigned long sweep_allocation_failures(Op op, Check check = [](bool) {})
 {
-    counting_allocator alloc("sweep");
-    return sweep_allocation_failures(alloc, [&] { op(alloc); }, check);
+    return sweep_allocation_failures_in(nullptr, op, check);
+}
+
+// The same with an allocator that lives on, such as the host's; `op` takes
+// no argument.
+template <class Op>
+unsigned long sweep_allocation_failures(counting_allocator& alloc, Op op)
+{
+    return sweep_allocation_failures_in(&alloc, [&](counting_allocator&) { op(); }, [](bool) {});
 }
 
 } // namespace uvt_test
