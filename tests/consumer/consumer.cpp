@@ -9,11 +9,8 @@
 #include <cstdio>
 #include <cstring>
 
-#ifndef UVT_API                    // <uvt/base/api>: macros only
-#error "<uvt/base/api> does not define UVT_API"
-#endif
-#ifndef UVT_VERSION_MAJOR          // <uvt/base/config>: macros only
-#error "<uvt/base/config> does not define the version"
+#if !defined(UVT_API) || !defined(UVT_VERSION_MAJOR)  // <uvt/base/api> <uvt/base/config>: macros only
+#error "<uvt/base/api> or <uvt/base/config> does not define its macros"
 #endif
 
 namespace {
