@@ -355,36 +355,6 @@ TEST_F(ExceptionTest, WhatWithAnAllocatorRendersTheShortLayout)
     EXPECT_GE(points, 2u);
 }
 
-// --- host callbacks ---
-
-TEST_F(ExceptionTest, HostHearsOfForgottenAndDumpedExceptions)
-{
-    const int forgotten = host().forgotten, caught = host().caught;
-    {
-        exception e = make(11, "lost");
-        exception copy = e;
-        exception assigned = make(12, "other");
-        assigned.mark_processed();
-        assigned = e;
-    }
-    EXPECT_EQ(host().forgotten - forgotten, 1) << "once, for the last unprocessed copy";
-    EXPECT_EQ(host().last_error_no, 11);
-    printed(make(13, "printed"));
-    EXPECT_EQ(host().forgotten - forgotten, 1);
-    {
-        exception e = make(14, "printed, then changed");
-        printed(e);
-        e << message_argument<int>("X", 1);
-    }
-    EXPECT_EQ(host().forgotten - forgotten, 2);
-
-    exception e = make(15, "caught");
-    e.dump();
-    EXPECT_EQ(host().caught - caught, 1);
-    EXPECT_EQ(host().last_error_no, 15);
-    EXPECT_TRUE(e.is_processed());
-}
-
 // --- appended chains ---
 
 // Appending refuses a second chain, a cycle and the exception itself; the
@@ -426,9 +396,9 @@ TEST_F(ExceptionTest, AppendingRefusesSecondChainsCyclesAndItselfAndChainsAreFre
     }
 }
 
-// --- registration and critical scopes ---
+// --- registration and host callbacks ---
 
-TEST_F(ExceptionTest, RegistrationKeepsTheHostListInOrderAndReportsWhatTheHostLost)
+TEST_F(ExceptionTest, RegistrationKeepsTheHostListInOrder)
 {
     exception a = make(1, "a"), b = make(2, "b"), c = make(3, "c");
     a.register_on_thread();
@@ -455,15 +425,6 @@ TEST_F(ExceptionTest, RegistrationKeepsTheHostListInOrderAndReportsWhatTheHostLo
         d.register_on_thread();
         d.mark_processed();
     }  // the destructor unregisters
-
-    const int before = host().unhandled;
-    b.register_on_thread();
-    host().unregister_exception(b);  // the host forgets its list
-    b.unregister_on_thread();
-    EXPECT_EQ(host().unhandled - before, 1);
-    EXPECT_EQ(host().last_error_no, 2);
-    EXPECT_TRUE(b.register_on_thread_()) << "the word is reset";
-    b.unregister_on_thread();
 }
 
 using ExceptionDeathTest = ExceptionTest;
@@ -480,45 +441,86 @@ TEST_F(ExceptionDeathTest, RegisteringTheHeadAgainOrReturningFromAThrowAborts)
     EXPECT_DEATH(uvt::impl::throw_check_base::throw_returned(), "Throwing an exception returned, aborting");
 }
 
-struct leaky_cleanup {
-    bool leak;
-    ~leaky_cleanup()
-    {
-        exception inner = make(31, "escaping");
-        inner.mark_processed();
-        uvt::impl::exception_scope_helper<true> scope;
-        if (leak)
-            inner.register_on_thread();
-    }
-};
-
-// A critical scope reports an exception left registered while another one
-// unwinds; uncaught_exception_check reports one in flight.
-TEST_F(ExceptionTest, CriticalScopeAndUncaughtCheckReportWhatIsLeft)
+// Unwinds through a cleanup that, inside a critical scope, leaves an
+// exception registered or not.
+void unwind_through_cleanup(bool leak)
 {
-    for (bool leak : {false, true}) {
-        SCOPED_TRACE(leak);
-        const int before = host().unhandled;
-        try {
-            leaky_cleanup cleanup{leak};
-            throw 1;
-        } catch (int) {
+    struct cleanup {
+        bool leak;
+        ~cleanup()
+        {
+            exception inner = make(31, "escaping");
+            inner.mark_processed();
+            uvt::impl::exception_scope_helper<true> scope;
+            if (leak)
+                inner.register_on_thread();
         }
-        EXPECT_EQ(host().unhandled - before, leak ? 1 : 0);
+    };
+    try {
+        cleanup c{leak};
+        throw 1;
+    } catch (int) {
     }
+}
 
-    const int before = host().unhandled;
-    uvt::uncaught_exception_check(false);  // nothing in flight
-    EXPECT_EQ(host().unhandled - before, 0);
-    uvt::uncaught_exception_check(true);
-    EXPECT_EQ(host().unhandled - before, 1);
-    EXPECT_EQ(host().last_error_no, 1000001);
-    exception e = make(41, "registered");
-    e.register_on_thread();
-    uvt::uncaught_exception_check(true);
-    EXPECT_EQ(host().last_error_no, 41);
-    EXPECT_FALSE(uvt::uncaught_exception());
-    e.mark_processed();
+// What the host hears of, by scenario: forgotten, caught and unhandled
+// exceptions, and the error number last reported (-1: none).
+TEST_F(ExceptionTest, HostCallbacks)
+{
+    const struct { const char* label; int forgotten, caught, unhandled, last_error_no; void (*scenario)(); } rows[] = {
+        {"the last unprocessed copy is forgotten", 1, 0, 0, 11,
+         [] {
+             exception e = make(11, "lost"), copy = e, assigned = make(12, "other");
+             assigned.mark_processed();
+             assigned = e;
+         }},
+        {"printing processes", 0, 0, 0, -1, [] { printed(make(13, "printed")); }},
+        {"a change after printing unprocesses", 1, 0, 0, 14,
+         [] {
+             exception e = make(14, "printed, then changed");
+             printed(e);
+             e << message_argument<int>("X", 1);
+         }},
+        {"dump reports caught and processes", 0, 1, 0, 15,
+         [] {
+             exception e = make(15, "caught");
+             e.dump();
+             EXPECT_TRUE(e.is_processed());
+         }},
+        {"left registered by a critical scope while unwinding", 0, 0, 1, 31, [] { unwind_through_cleanup(true); }},
+        {"unregistered in a critical scope while unwinding", 0, 0, 0, -1, [] { unwind_through_cleanup(false); }},
+        {"uncaught check, nothing in flight", 0, 0, 0, -1, [] { uvt::uncaught_exception_check(false); }},
+        {"uncaught check, a foreign exception in flight", 0, 0, 1, 1000001,
+         [] { uvt::uncaught_exception_check(true); }},
+        {"uncaught check, a registered exception", 0, 0, 1, 41,
+         [] {
+             exception e = make(41, "registered");
+             e.register_on_thread();
+             uvt::uncaught_exception_check(true);
+             EXPECT_FALSE(uvt::uncaught_exception());
+             e.mark_processed();
+         }},
+        {"unregistering an exception the host lost", 0, 0, 1, 21,
+         [] {
+             exception e = make(21, "lost by the host");
+             e.register_on_thread();
+             host().unregister_exception(e);  // the host forgets its list
+             e.unregister_on_thread();
+             EXPECT_TRUE(e.register_on_thread_()) << "the word is reset";
+             e.unregister_on_thread();
+             e.mark_processed();
+         }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        const int forgotten = host().forgotten, caught = host().caught, unhandled = host().unhandled;
+        host().last_error_no = -1;
+        row.scenario();
+        EXPECT_EQ(host().forgotten - forgotten, row.forgotten);
+        EXPECT_EQ(host().caught - caught, row.caught);
+        EXPECT_EQ(host().unhandled - unhandled, row.unhandled);
+        EXPECT_EQ(host().last_error_no, row.last_error_no);
+    }
 }
 
 // --- concurrency ---

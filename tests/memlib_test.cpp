@@ -3,11 +3,10 @@
 // misalignment, overlapping moves, scans and copies next to inaccessible
 // pages, the checked variants and the processor dispatch.
 //
-// The routines are called through their library-internal names and, when
-// the library exports them, through the C names looked up in the library
-// itself, so that the C library's versions never stand in for them. CTest
-// runs this program once more per dispatch level (UVT_CPU_LEVEL), so every
-// loop variant is checked on one machine.
+// The routines are called through their library-internal names; the C names
+// the library exports are the same entry points (checked). CTest runs this
+// program once more per dispatch level (UVT_CPU_LEVEL), so every loop
+// variant is checked on one machine.
 
 #include <uvt/impl/memlib/memlib>
 
@@ -31,7 +30,7 @@ using uvt_test::guarded;
 using uvt_test::page_size;
 
 // ---------------------------------------------------------------------------
-// The routines under test, by internal name or by exported C name.
+// The string routines of each width, and the C names.
 
 template <class C>
 struct string_routines {
@@ -41,58 +40,29 @@ struct string_routines {
     C* (*cat)(C*, const C*);
 };
 
-struct routines {
-    void* (*memcpy)(void*, const void*, std::size_t);
-    void* (*memmove)(void*, const void*, std::size_t);
-    void* (*memset)(void*, int, std::size_t);
-    string_routines<char> narrow;
-    string_routines<wchar_t> wide;
-};
+const string_routines<char> narrow{strlen_impl, strnlen_impl, strcpy_impl, strcat_impl};
+const string_routines<wchar_t> wide{wcslen_impl, wcsnlen_impl, wcscpy_impl, wcscat_impl};
 
-const routines internal_names{memcpy_impl, memmove_impl, memset_impl,
-                              {strlen_impl, strnlen_impl, strcpy_impl, strcat_impl},
-                              {wcslen_impl, wcsnlen_impl, wcscpy_impl, wcscat_impl}};
-
-// The loaded library, found through one of its functions.
-void* library_handle()
+// Exported, each C name is an alias of its internal entry point, so the
+// tests below cover both; not exported, the library leaves the C name to
+// the C library.
+TEST(MemlibExport, CNamesAreTheInternalEntryPointsExactlyWhenExported)
 {
     Dl_info info{};
-    if (dladdr(reinterpret_cast<void*>(&memcpy_impl), &info) == 0)
-        return nullptr;
-    return dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD);
-}
-
-bool defined_in_library(void* symbol)
-{
-    Dl_info mine{}, theirs{};
-    return symbol != nullptr && dladdr(reinterpret_cast<void*>(&memcpy_impl), &mine) != 0 &&
-           dladdr(symbol, &theirs) != 0 && mine.dli_fbase == theirs.dli_fbase;
-}
-
-// The library's function of a C name, as the function pointer it initialises.
-struct c_name {
-    const char* name;
-    template <class F>
-    operator F() const
-    {
-        return reinterpret_cast<F>(dlsym(library_handle(), name));
-    }
-};
-
-#if UVT_EXPORT_C_MEMLIB
-const routines c_names{c_name{"memcpy"}, c_name{"memmove"}, c_name{"memset"},
-                       {c_name{"strlen"}, c_name{"strnlen"}, c_name{"strcpy"}, c_name{"strcat"}},
-                       {c_name{"wcslen"}, c_name{"wcsnlen"}, c_name{"wcscpy"}, c_name{"wcscat"}}};
-#endif
-
-constexpr const char* c_function_names[] = {"memcpy", "memmove", "memset", "strlen", "strnlen", "wcslen",
-                                            "wcsnlen", "strcpy", "strcat", "wcscpy", "wcscat"};
-
-TEST(MemlibExport, CNamesAreTheLibrarysExactlyWhenExported)
-{
-    ASSERT_NE(library_handle(), nullptr);
-    for (const char* name : c_function_names)
-        EXPECT_EQ(defined_in_library(dlsym(library_handle(), name)), UVT_EXPORT_C_MEMLIB == 1) << name;
+    ASSERT_NE(dladdr(reinterpret_cast<void*>(&memcpy_impl), &info), 0);
+    void* const library = dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD);
+    ASSERT_NE(library, nullptr);
+    const std::pair<const char*, void*> names[] = {
+        {"memcpy", reinterpret_cast<void*>(&memcpy_impl)},   {"memmove", reinterpret_cast<void*>(&memmove_impl)},
+        {"memset", reinterpret_cast<void*>(&memset_impl)},   {"strlen", reinterpret_cast<void*>(&strlen_impl)},
+        {"strnlen", reinterpret_cast<void*>(&strnlen_impl)}, {"strcpy", reinterpret_cast<void*>(&strcpy_impl)},
+        {"strcat", reinterpret_cast<void*>(&strcat_impl)},   {"wcslen", reinterpret_cast<void*>(&wcslen_impl)},
+        {"wcsnlen", reinterpret_cast<void*>(&wcsnlen_impl)}, {"wcscpy", reinterpret_cast<void*>(&wcscpy_impl)},
+        {"wcscat", reinterpret_cast<void*>(&wcscat_impl)},
+    };
+    for (auto [name, internal] : names)
+        EXPECT_EQ(dlsym(library, name) == internal, UVT_EXPORT_C_MEMLIB == 1) << name;
+    dlclose(library);
 }
 
 // ---------------------------------------------------------------------------
@@ -166,12 +136,7 @@ std::vector<T> every(T first, T last)
 constexpr std::size_t max_size = 300;
 constexpr std::size_t margin = 64;  // untouched bytes checked on both sides
 
-class Memlib : public ::testing::TestWithParam<const routines*> {
-protected:
-    const routines& f() const { return *GetParam(); }
-};
-
-TEST_P(Memlib, MemcpyAndMemsetEverySizeAndMisalignment)
+TEST(Memlib, MemcpyAndMemsetEverySizeAndMisalignment)
 {
     alignas(64) static unsigned char src[max_size + 2 * margin];
     alignas(64) static unsigned char dst[max_size + 2 * margin];
@@ -180,13 +145,13 @@ TEST_P(Memlib, MemcpyAndMemsetEverySizeAndMisalignment)
         for (std::size_t da = 0; da < 16; ++da) {
             for (std::size_t sa = 0; sa < 16; ++sa) {
                 fill(dst, sizeof dst, 2);
-                ASSERT_EQ(f().memcpy(dst + margin + da, src + margin + sa, n), dst + margin + da);
+                ASSERT_EQ(memcpy_impl(dst + margin + da, src + margin + sa, n), dst + margin + da);
                 ASSERT_EQ(copy_mismatch(dst, sizeof dst, margin + da, margin + sa, n, 2, 1), sizeof dst)
                     << "memcpy n " << n << " src+" << sa << " dst+" << da;
             }
             for (int c : {0, 0xA5, 0x17F}) {  // only the low byte of c counts
                 fill(dst, sizeof dst, 7);
-                ASSERT_EQ(f().memset(dst + margin + da, c, n), dst + margin + da);
+                ASSERT_EQ(memset_impl(dst + margin + da, c, n), dst + margin + da);
                 const std::size_t at = first_mismatch(dst, sizeof dst, [&](std::size_t i) {
                     const bool inside = i >= margin + da && i < margin + da + n;
                     return inside ? static_cast<unsigned char>(c) : pattern(i, 7);
@@ -202,7 +167,7 @@ TEST_P(Memlib, MemcpyAndMemsetEverySizeAndMisalignment)
 // piece that covers the head (and those at the far end) overlap bytes the
 // loops still read, so they must be loaded before, and stored after,
 // everything else.
-TEST_P(Memlib, MemmoveOverlappingBothWays)
+TEST(Memlib, MemmoveOverlappingBothWays)
 {
     const struct { std::size_t shortest, longest; std::vector<long> shifts; } rows[] = {
         {0, max_size, {-300, -100, -65, -64, -63, -33, -32, -31, -17, -16, -15, -8, -7, -3, -2, -1, 0,
@@ -217,27 +182,27 @@ TEST_P(Memlib, MemmoveOverlappingBothWays)
                 for (std::size_t sa = 0; sa < 16; ++sa) {
                     const std::size_t src = margin + max_size + sa, dst = src + shift;
                     fill(buffer, size, 3);
-                    ASSERT_EQ(f().memmove(buffer + dst, buffer + src, n), buffer + dst);
+                    ASSERT_EQ(memmove_impl(buffer + dst, buffer + src, n), buffer + dst);
                     ASSERT_EQ(copy_mismatch(buffer, size, dst, src, n, 3, 3), size)
                         << "n " << n << " shift " << shift << " src+" << sa;
                 }
 }
 
-TEST_P(Memlib, LargeCopiesAndMoves)
+TEST(Memlib, LargeCopiesAndMoves)
 {
     for (std::size_t n : {4095ul, 4096ul, 4097ul, 65536ul + 5, (1ul << 20) + 3})
         for (auto [sa, da] : {std::pair{0ul, 0ul}, {3ul, 11ul}, {15ul, 1ul}, {8ul, 8ul}}) {
             std::vector<unsigned char> src(n + 32), dst(n + 32);
             fill(src.data(), src.size(), 4);
             fill(dst.data(), dst.size(), 5);
-            f().memcpy(dst.data() + da, src.data() + sa, n);
+            memcpy_impl(dst.data() + da, src.data() + sa, n);
             EXPECT_EQ(copy_mismatch(dst.data(), dst.size(), da, sa, n, 5, 4), dst.size())
                 << "memcpy n " << n << " src+" << sa << " dst+" << da;
             for (long shift : {-4097l, -33l, -1l, 1l, 17l, 4095l}) {
                 std::vector<unsigned char> buffer(n + 8200 + 32);
                 fill(buffer.data(), buffer.size(), 6);
                 const std::size_t s = 4100 + sa, d = s + shift;
-                f().memmove(buffer.data() + d, buffer.data() + s, n);
+                memmove_impl(buffer.data() + d, buffer.data() + s, n);
                 EXPECT_EQ(copy_mismatch(buffer.data(), buffer.size(), d, s, n, 6, 6), buffer.size())
                     << "memmove n " << n << " shift " << shift;
             }
@@ -260,19 +225,19 @@ void expect_lengths(const string_routines<C>& f, std::size_t misalignments)
 }
 
 // Then wide strings whose elements lie off their natural alignment.
-TEST_P(Memlib, LengthsEveryLengthAndMisalignment)
+TEST(Memlib, LengthsEveryLengthAndMisalignment)
 {
-    expect_lengths(f().narrow, 16);
-    expect_lengths(f().wide, 4);
+    expect_lengths(narrow, 16);
+    expect_lengths(wide, 4);
     alignas(64) static unsigned char bytes[(max_size + 8) * sizeof(wchar_t)];
-    static wchar_t wide[max_size + 8];
+    static wchar_t units[max_size + 8];
     for (std::size_t length : {0ul, 1ul, 5ul, 37ul, 200ul})
         for (std::size_t offset : {1ul, 2ul, 3ul}) {
-            place_string(wide, std::size(wide), 0, length);
-            std::memcpy(bytes + offset, wide, (length + 1) * sizeof(wchar_t));
+            place_string(units, std::size(units), 0, length);
+            std::memcpy(bytes + offset, units, (length + 1) * sizeof(wchar_t));
             const auto* s = reinterpret_cast<const wchar_t*>(bytes + offset);
-            EXPECT_EQ(f().wide.len(s), length) << "+" << offset;
-            EXPECT_EQ(f().wide.nlen(s, length / 2), length / 2) << "+" << offset;
+            EXPECT_EQ(wide.len(s), length) << "+" << offset;
+            EXPECT_EQ(wide.nlen(s, length / 2), length / 2) << "+" << offset;
         }
 }
 
@@ -313,10 +278,10 @@ void expect_copies(const string_routines<C>& f, std::size_t longest, std::size_t
             }
 }
 
-TEST_P(Memlib, CopiesEveryLengthAndMisalignment)
+TEST(Memlib, CopiesEveryLengthAndMisalignment)
 {
-    expect_copies(f().narrow, 130, 16);
-    expect_copies(f().wide, 70, 4);
+    expect_copies(narrow, 130, 16);
+    expect_copies(wide, 70, 4);
 }
 
 // ---------------------------------------------------------------------------
@@ -366,31 +331,31 @@ void scan_from_every_start(const string_routines<C>& f, std::size_t length)
 
 // Each row: how the strings are placed and their lengths (up to the whole
 // page, where the string starts right after the guard below).
-TEST_P(Memlib, ScansNearTheEndsOfAPage)
+TEST(Memlib, ScansNearTheEndsOfAPage)
 {
     const struct {
         int line;
-        void (*scan)(const routines&, std::size_t length);
+        void (*scan)(std::size_t length);
         std::vector<std::size_t> lengths;
     } rows[] = {
-        {__LINE__, [](const routines& f, std::size_t n) { scan_to_page_end(f.narrow, n); }, every(0ul, 1100ul)},
-        {__LINE__, [](const routines& f, std::size_t n) { scan_to_page_end(f.narrow, n); }, {page_size() - 1}},
-        {__LINE__, [](const routines& f, std::size_t n) { scan_to_page_end(f.wide, n); }, every(0ul, 300ul)},
-        {__LINE__, [](const routines& f, std::size_t n) { scan_from_every_start(f.narrow, n); },
+        {__LINE__, [](std::size_t n) { scan_to_page_end(narrow, n); }, every(0ul, 1100ul)},
+        {__LINE__, [](std::size_t n) { scan_to_page_end(narrow, n); }, {page_size() - 1}},
+        {__LINE__, [](std::size_t n) { scan_to_page_end(wide, n); }, every(0ul, 300ul)},
+        {__LINE__, [](std::size_t n) { scan_from_every_start(narrow, n); },
          {0, 1, 15, 16, 17, 40, 63, 64, 95, 111, 127, 130, 200, 255}},
-        {__LINE__, [](const routines& f, std::size_t n) { scan_from_every_start(f.wide, n); },
+        {__LINE__, [](std::size_t n) { scan_from_every_start(wide, n); },
          {0, 3, 4, 5, 15, 16, 31, 32, 50, 64}},
     };
     for (const auto& row : rows)
         for (std::size_t length : row.lengths) {
             SCOPED_TRACE(testing::Message() << "row at line " << row.line << ", length " << length);
-            row.scan(f(), length);
+            row.scan(length);
             if (HasFatalFailure())
                 return;
         }
 }
 
-TEST_P(Memlib, CopiesTouchingBothEdgesOfAPage)
+TEST(Memlib, CopiesTouchingBothEdgesOfAPage)
 {
     const guarded<unsigned char> page(page_size());
     std::vector<unsigned char> other(max_size + 32);
@@ -399,36 +364,24 @@ TEST_P(Memlib, CopiesTouchingBothEdgesOfAPage)
             fill(page.begin(), page.size(), 11);
             fill(other.data(), other.size(), 12);
             // Source ending at the page end, then starting at the page start.
-            f().memcpy(other.data() + a, page.end() - n, n);
+            memcpy_impl(other.data() + a, page.end() - n, n);
             ASSERT_EQ(copy_mismatch(other.data(), other.size(), a, page.size() - n, n, 12, 11), other.size());
-            f().memcpy(other.data() + a, page.begin(), n);
+            memcpy_impl(other.data() + a, page.begin(), n);
             ASSERT_EQ(copy_mismatch(other.data(), other.size(), a, 0, n, 12, 11), other.size());
             // Backward moves reading up to the page end and down to its start.
-            f().memmove(page.end() - n, page.end() - n - 1 - a, n);
+            memmove_impl(page.end() - n, page.end() - n - 1 - a, n);
             ASSERT_EQ(copy_mismatch(page.begin(), page.size(), page.size() - n, page.size() - n - 1 - a, n, 11, 11),
                       page.size());
             fill(page.begin(), page.size(), 11);
-            f().memmove(page.begin() + a + 1, page.begin(), n);
+            memmove_impl(page.begin() + a + 1, page.begin(), n);
             ASSERT_EQ(copy_mismatch(page.begin(), page.size(), a + 1, 0, n, 11, 11), page.size());
-            f().memset(page.end() - n, 0x5A, n);
+            memset_impl(page.end() - n, 0x5A, n);
             ASSERT_EQ(first_mismatch(page.end() - n, n, [](std::size_t) { return 0x5A; }), n);
         }
 }
 
-std::vector<const routines*> routine_sets()
-{
-#if UVT_EXPORT_C_MEMLIB
-    return {&internal_names, &c_names};
-#else
-    return {&internal_names};
-#endif
-}
-
-INSTANTIATE_TEST_SUITE_P(Names, Memlib, ::testing::ValuesIn(routine_sets()),
-                         [](const auto& info) { return info.param == &internal_names ? "internal" : "c"; });
-
 // ---------------------------------------------------------------------------
-// strncpy_impl (internal only).
+// strncpy_impl (no C name).
 
 TEST(MemlibStrncpy, EveryLengthCountAndMisalignment)
 {
