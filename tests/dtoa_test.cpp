@@ -22,9 +22,7 @@ namespace {
 
 struct Digits {
     std::string digits;
-    int decpt = 0;
-    int sign = 0;
-    int result = 0;
+    int decpt = 0, sign = 0, result = 0;
     bool operator==(const Digits&) const = default;
 };
 

@@ -18,12 +18,7 @@ using uvt::impl::ErrorCodeImpl;
 // accessor of ERR_UVT_ABORT_FLAG_SET (nothing in the library throws it).
 const std::string abort_flag_text_at_load = uvt::error_code::error_no_to_text(1000093);
 
-struct ErrorRow {
-    const ErrorCodeImpl& (*accessor)();
-    int number;
-    const char* name;
-    const char* message;
-};
+struct ErrorRow { const ErrorCodeImpl& (*accessor)(); int number; const char* name; const char* message; };
 
 // The library's table (its own consistency is checked where it is compiled).
 const ErrorRow library_errors[] = {

@@ -333,11 +333,7 @@ void scan_from_every_start(const string_routines<C>& f, std::size_t length)
 // page, where the string starts right after the guard below).
 TEST(Memlib, ScansNearTheEndsOfAPage)
 {
-    const struct {
-        int line;
-        void (*scan)(std::size_t length);
-        std::vector<std::size_t> lengths;
-    } rows[] = {
+    const struct { int line; void (*scan)(std::size_t length); std::vector<std::size_t> lengths; } rows[] = {
         {__LINE__, [](std::size_t n) { scan_to_page_end(narrow, n); }, every(0ul, 1100ul)},
         {__LINE__, [](std::size_t n) { scan_to_page_end(narrow, n); }, {page_size() - 1}},
         {__LINE__, [](std::size_t n) { scan_to_page_end(wide, n); }, every(0ul, 300ul)},

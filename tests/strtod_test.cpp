@@ -126,12 +126,8 @@ TEST(TenPowerTable, EntriesAreCorrectlyRoundedPowersOfTen)
 TEST(TenScale, NormAndRoundRoundsHalfToEvenAndCarries)
 {
     constexpr std::uint64_t top = std::uint64_t(1) << 63;
-    const struct {
-        int line;
-        uvt::impl::uint128_parts product;
-        std::uint64_t mantissa;
-        int exponent;  // relative to the input exponent 0
-    } rows[] = {
+    // The exponent is relative to the input exponent 0.
+    const struct { int line; uvt::impl::uint128_parts product; std::uint64_t mantissa; int exponent; } rows[] = {
         {__LINE__, {top, top}, top, 0},                      // tie, even: stays
         {__LINE__, {top | 1, top}, top | 2, 0},              // tie, odd: up
         {__LINE__, {top | 1, top - 1}, top | 1, 0},          // below the tie
@@ -174,14 +170,8 @@ TEST(TenScale, AgreesWithExactArithmetic)
 
 // --- the scanner ---
 
-struct Row {
-    int line;
-    std::string text;
-    double value;
-    long stop;  // the reported stop offset
-    int error;
-    int ulps;   // allowed distance from `value`
-};
+// A text, its value and stop offset, errno and the distance allowed from the value.
+struct Row { int line; std::string text; double value; long stop; int error; int ulps; };
 
 template <class C>
 void expectParsed(const Row& row, const std::basic_string<C>& s)

@@ -22,15 +22,9 @@ namespace {
 using uvt_test::guarded;
 using uvt_test::widened;
 
+// A text in a base, its value, the offset of the first character not used and errno.
 template <class T>
-struct Row {
-    int line;
-    std::string text;
-    int base;
-    T value;
-    long stop;  // offset of the first character not used
-    int error;
-};
+struct Row { int line; std::string text; int base; T value; long stop; int error; };
 
 // Parses the row's text as C, ending right before an inaccessible page.
 template <class T, class C>

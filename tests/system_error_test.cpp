@@ -49,20 +49,15 @@ TEST(ErrorCategory, NamesTextsIdentityAndEquivalence)
     EXPECT_FALSE(generic_category() == system_category());
 
     // Equivalence compares the category object and the value.
-    const struct {
-        const uvt::error_category& category;
-        int code;
-        error_condition condition;
-        bool equivalent;
-    } equivalences[] = {
+    const struct { const uvt::error_category& category; int code; error_condition condition; bool holds; } cases[] = {
         {generic_category(), 7, error_condition(7, generic_category()), true},
         {generic_category(), 7, error_condition(7, system_category()), false},
         {generic_category(), 7, error_condition(8, generic_category()), false},
         {iostream_category(), 1, error_condition(1, iostream_category()), true},
     };
-    for (const auto& r : equivalences) {
-        SCOPED_TRACE(r.code);
-        EXPECT_EQ(r.category.equivalent(r.code, r.condition), r.equivalent);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.code);
+        EXPECT_EQ(c.category.equivalent(c.code, c.condition), c.holds);
     }
 
     EXPECT_TRUE(system_category().equivalent(error_code(5, system_category()), 5));

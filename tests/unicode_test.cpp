@@ -22,16 +22,12 @@ namespace UC = uvt::UC;
 using Bytes = std::vector<unsigned char>;
 using Units = std::vector<unsigned short>;
 using Ucs4 = std::vector<unsigned int>;
+using Chars = std::vector<signed char>;
 
 using uvt_test::guarded;
 
 template <class T>
-struct Outcome {
-    int rc;
-    std::size_t read;
-    std::vector<T> written;
-    bool operator==(const Outcome&) const = default;
-};
+struct Outcome { int rc; std::size_t read; std::vector<T> written; bool operator==(const Outcome&) const = default; };
 
 template <class T>
 void PrintTo(const Outcome<T>& o, std::ostream* os)
@@ -118,14 +114,7 @@ auto toEightBit(char replacement, unsigned long& replaced)
     };
 }
 
-struct DecodeCase {
-    const char* what;
-    Bytes in;
-    int rc;
-    std::size_t read;
-    Ucs4 ucs4;
-    Units utf16;
-};
+struct DecodeCase { const char* what; Bytes in; int rc; std::size_t read; Ucs4 ucs4; Units utf16; };
 
 const DecodeCase kDecodeCases[] = {
     {"empty", {}, 0, 0, {}, {}},
@@ -181,13 +170,7 @@ TEST(UnicodeDecode, EveryTruncationIsIncompleteAndEveryContinuationByteAnIllegal
             << b;
 }
 
-struct EncodeCase {
-    const char* what;
-    Units in;
-    int rc;
-    std::size_t read;
-    Bytes out;
-};
+struct EncodeCase { const char* what; Units in; int rc; std::size_t read; Bytes out; };
 
 const EncodeCase kUTF16Cases[] = {
     {"empty", {}, 0, 0, {}},
@@ -258,9 +241,9 @@ TEST(UnicodeTargetFull, EveryConverterStopsBeforeTheCharacterThatDoesNotFit)
 {
     const Ucs4 text = {0x41, 0xE9, 0x3A9, 0x416, 0x20AC, 0x4E2D, 0x1F600, 0x7A};
     const auto one = [](unsigned int cp) { return Ucs4{cp}; };
-    const auto sourceByte = [](unsigned int cp) { return std::vector<signed char>{static_cast<signed char>(cp)}; };
+    const auto sourceByte = [](unsigned int cp) { return Chars{static_cast<signed char>(cp)}; };
     const auto pairDecoded = [](unsigned int cp) { return utf8(cp > 0xFFFF ? cp + 1 : cp); };
-    const auto latin1 = [](unsigned int cp) { return std::vector<signed char>{static_cast<signed char>(cp <= 0xFF ? cp : '?')}; };
+    const auto latin1 = [](unsigned int cp) { return Chars{static_cast<signed char>(cp <= 0xFF ? cp : '?')}; };
     unsigned long replaced = 0;
 
     expectStopsAtEveryTargetSize(UC::convertToUTF16, text, utf8, utf16);
@@ -273,13 +256,15 @@ TEST(UnicodeTargetFull, EveryConverterStopsBeforeTheCharacterThatDoesNotFit)
     expectStopsAtEveryTargetSize(toEightBit('?', replaced), text, utf8, latin1);
 }
 
+// A text converted with a replacement character (0: refuse), the outcome and
+// the number of characters replaced.
 struct EightBitCase {
     const char* what;
     Bytes in;
-    char replacement;
+    char with;
     int rc;
     std::size_t read;
-    std::vector<signed char> out;
+    Chars out;
     unsigned long replaced;
 };
 
@@ -305,7 +290,7 @@ TEST(UnicodeEightBit, ToEightBitTable)
     for (const auto& c : kEightBitCases) {
         SCOPED_TRACE(c.what);
         unsigned long replaced = 99;
-        EXPECT_EQ(run<signed char>(toEightBit(c.replacement, replaced), c.in, 16),
+        EXPECT_EQ(run<signed char>(toEightBit(c.with, replaced), c.in, 16),
                   (Outcome<signed char>{c.rc, c.read, c.out}));
         EXPECT_EQ(replaced, c.replaced);
     }
