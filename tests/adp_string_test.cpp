@@ -39,15 +39,9 @@ extern "C" uvt_extern::UvtImport* get_uvt_import()
 namespace {
 
 template <class S>
-std::string text(const S& s)
-{
-    return std::string(s.data(), s.size());
-}
+std::string text(const S& s) { return std::string(s.data(), s.size()); }
 
-int sign(int v)
-{
-    return (v > 0) - (v < 0);
-}
+int sign(int v) { return (v > 0) - (v < 0); }
 
 // One step of a script that both string types run.
 template <class S>
@@ -90,7 +84,7 @@ TEST(AdpString, StandardSurfaceMatchesStdString)
     EXPECT_EQ(adaptor_allocator().live_blocks(), 0u);
 }
 
-TEST(AdpString, ConstructorsWithoutAllocatorUseTheAdaptorAllocator)
+TEST(AdpString, ConstructorsWithoutAllocatorUseTheAdaptorAllocatorViewsAndConcatenations)
 {
     counting_allocator& a = adaptor_allocator();
     const unsigned long before = a.attempts();
@@ -111,10 +105,8 @@ TEST(AdpString, ConstructorsWithoutAllocatorUseTheAdaptorAllocator)
     }
     EXPECT_EQ(a.attempts(), before + 1);
     EXPECT_EQ(a.live_blocks(), 0u);
-}
 
-TEST(AdpString, ViewsAndConcatenations)
-{
+    // Views, and sums.
     static const char* const constant = "a constant text longer than thirty-nine characters";
     uvt_adp::string view = uvt::string_retval(constant);
     EXPECT_EQ(view.data(), constant);
@@ -127,10 +119,10 @@ TEST(AdpString, ViewsAndConcatenations)
     EXPECT_NE(owner.data(), constant) << "a string that owns its storage copies a view";
     EXPECT_EQ(text(owner), constant);
 
-    const uvt_adp::string a("left"), b("right");
-    uvt_adp::string joined = a + ", " + b + '.';
+    const uvt_adp::string left("left"), right("right");
+    uvt_adp::string joined = left + ", " + right + '.';
     EXPECT_EQ(text(joined), "left, right.");
-    joined += " " + a + b;
+    joined += " " + left + right;
     EXPECT_EQ(text(joined), "left, right. leftright");
 }
 

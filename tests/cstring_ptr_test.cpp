@@ -17,7 +17,7 @@ namespace {
 
 using uvt_test::counting_allocator;
 
-TEST(CStringPtr, CountedCopiesShareOneBlock)
+TEST(CStringPtr, CountedCopiesShareOneBlockLiteralsAreNeitherCopiedNorCounted)
 {
     counting_allocator a;
     {
@@ -34,10 +34,8 @@ TEST(CStringPtr, CountedCopiesShareOneBlock)
         EXPECT_EQ(a.live_blocks(), 1u);
     }
     EXPECT_EQ(a.live_blocks(), 0u);
-}
 
-TEST(CStringPtr, LiteralsAreNeitherCopiedNorCounted)
-{
+    // Literals are neither copied nor counted.
     static const char text[] = "fixed";
     uvt::cstring_ptr p = uvt::cstring_ptr::literal(text);
     uvt::cstring_ptr q = p;

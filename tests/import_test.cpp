@@ -55,7 +55,7 @@ TEST(HostHooks, HostAnswersAndAllocatorSlots)
     EXPECT_EQ(host().callbacks.out_of_memory, notified + 1);
 }
 
-TEST(HostHooks, StandardPrefixFunction)
+TEST(HostHooks, StandardPrefixFunctionAndFileNamesCutBelowTheSourceTree)
 {
     char buffer[32];
     EXPECT_EQ(uvt::getStandardPrefix(buffer, sizeof buffer), nullptr);
@@ -63,10 +63,7 @@ TEST(HostHooks, StandardPrefixFunction)
     EXPECT_EQ(import::set_standard_prefix(prefix), nullptr);
     EXPECT_STREQ(uvt::getStandardPrefix(buffer, sizeof buffer), "[t1]");
     EXPECT_EQ(import::set_standard_prefix(nullptr), +prefix);
-}
 
-TEST(HostHooks, FileNamesAreCutBelowTheSourceTree)
-{
     const std::string root = UVT_TEST_SOURCE_DIR;
     const std::string source = root + "/src/uvt/base/impl/import.cpp";
     EXPECT_STREQ(import::stdFileName(source.c_str()), "uvt/base/impl/import.cpp");

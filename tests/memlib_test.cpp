@@ -379,7 +379,7 @@ TEST(Memlib, CopiesTouchingBothEdgesOfAPage)
 // ---------------------------------------------------------------------------
 // strncpy_impl (no C name).
 
-TEST(MemlibStrncpy, EveryLengthCountAndMisalignment)
+TEST(MemlibStrncpy, EveryLengthCountAndMisalignmentAndASourceEndingAtTheLastByteOfAPage)
 {
     alignas(64) static char src[256 + 2 * margin];
     alignas(64) static char dst[512 + 2 * margin];
@@ -399,28 +399,26 @@ TEST(MemlibStrncpy, EveryLengthCountAndMisalignment)
                     });
                     ASSERT_EQ(at, sizeof dst) << "length " << length << " src+" << sa << " dst+" << da << " n " << n;
                 }
-}
 
-TEST(MemlibStrncpy, SourceEndingAtTheLastByteOfAPage)
-{
+    // A source ending at the last byte of a page.
     const guarded<char> page(page_size());
-    char dst[400];
+    char copy[400];
     fill(page.begin(), page.size(), 14);
     for (std::size_t length = 0; length <= 80; ++length) {
         page.end()[-1] = 0;
         const char* s = page.end() - 1 - length;
-        strncpy_impl(dst, s, sizeof dst);
-        EXPECT_EQ(std::memcmp(dst, s, length), 0);
-        EXPECT_TRUE(std::all_of(dst + length, dst + sizeof dst, [](char c) { return c == 0; })) << length;
+        strncpy_impl(copy, s, sizeof copy);
+        EXPECT_EQ(std::memcmp(copy, s, length), 0);
+        EXPECT_TRUE(std::all_of(copy + length, copy + sizeof copy, [](char c) { return c == 0; })) << length;
         // Unterminated up to the page end: the count stops the copy there.
         page.end()[-1] = 'x';
-        strncpy_impl(dst, s, length + 1);
-        EXPECT_EQ(std::memcmp(dst, s, length + 1), 0);
+        strncpy_impl(copy, s, length + 1);
+        EXPECT_EQ(std::memcmp(copy, s, length + 1), 0);
     }
     // A count of zero reads nothing, not even a source in an unmapped page.
-    dst[0] = '#';
-    EXPECT_EQ(strncpy_impl(dst, page.end(), 0), dst);
-    EXPECT_EQ(dst[0], '#');
+    copy[0] = '#';
+    EXPECT_EQ(strncpy_impl(copy, page.end(), 0), copy);
+    EXPECT_EQ(copy[0], '#');
 }
 
 // ---------------------------------------------------------------------------

@@ -24,10 +24,7 @@ using uvt_test::counting_allocator;
 
 namespace {
 
-bool aligned_to(const void* p, unsigned long alignment)
-{
-    return reinterpret_cast<std::uintptr_t>(p) % alignment == 0;
-}
+bool aligned_to(const void* p, unsigned long alignment) { return reinterpret_cast<std::uintptr_t>(p) % alignment == 0; }
 
 // A fresh malloc allocator of its own, so that fault injection does not
 // disturb the process-wide one.
@@ -38,7 +35,7 @@ uvt::allocator_handle private_malloc_allocator()
 
 // Zero bytes are requested as one (distinct blocks); aligned requests as at
 // least the alignment.
-TEST(AllocatorEntryPoints, RequestSizesAndFailures)
+TEST(AllocatorEntryPoints, RequestSizesReallocRulesAndFailures)
 {
     counting_allocator a;
     void* p = a.allocate(0);
@@ -65,17 +62,15 @@ TEST(AllocatorEntryPoints, RequestSizesAndFailures)
     EXPECT_THROW(a.allocateAligned(10, 16), std::bad_alloc);
     EXPECT_THROW(a.allocateViaReservations(10, nullptr), uvt::bad_alloc);
     EXPECT_EQ(a.live_blocks(), 0u);
-}
 
-TEST(AllocatorRealloc, ShrinkAndMoveRulesFailuresAndAllocatorsWithoutBlockSizes)
-{
-    counting_allocator a;
-    void* p = a.realloc(nullptr, 100);
-    ASSERT_NE(p, nullptr);
-    std::memset(p, 0x5a, 100);
-    EXPECT_EQ(a.realloc(p, 60), p) << "shrinking to more than half keeps the block";
-    void* moved = a.realloc(p, 50);
-    EXPECT_NE(moved, p) << "shrinking to half or less moves the block";
+    // realloc: shrinking, moving, failures, and allocators without block sizes.
+    a.fail_at(0);
+    void* block = a.realloc(nullptr, 100);
+    ASSERT_NE(block, nullptr);
+    std::memset(block, 0x5a, 100);
+    EXPECT_EQ(a.realloc(block, 60), block) << "shrinking to more than half keeps the block";
+    void* moved = a.realloc(block, 50);
+    EXPECT_NE(moved, block) << "shrinking to half or less moves the block";
     EXPECT_EQ(static_cast<unsigned char*>(moved)[49], 0x5a);
     EXPECT_EQ(a.live_blocks(), 1u);
 
@@ -99,11 +94,11 @@ TEST(AllocatorRealloc, ShrinkAndMoveRulesFailuresAndAllocatorsWithoutBlockSizes)
 
     // Without block sizes (the malloc allocator) realloc is refused.
     allocator& m = allocator::global_allocator();
-    void* block = m.allocate(40);
-    std::memset(block, 1, 40);
-    EXPECT_EQ(m.realloc(block, 20), nullptr);
-    EXPECT_EQ(static_cast<unsigned char*>(block)[39], 1) << "the block stays valid";
-    m.deallocate(block);
+    void* unsized = m.allocate(40);
+    std::memset(unsized, 1, 40);
+    EXPECT_EQ(m.realloc(unsized, 20), nullptr);
+    EXPECT_EQ(static_cast<unsigned char*>(unsized)[39], 1) << "the block stays valid";
+    m.deallocate(unsized);
 }
 
 TEST(ProcessWideAllocators, WithoutHostAllAreTheMallocAllocator)
@@ -119,7 +114,7 @@ TEST(ProcessWideAllocators, WithoutHostAllAreTheMallocAllocator)
     EXPECT_STREQ(global.getName().c_str(), "UvtMallocAllocator");
 }
 
-TEST(MallocAllocator, BlockAllocatorsFixTheAlignment)
+TEST(MallocAllocator, BlockAllocatorsFixTheAlignmentAndLiveByReferences)
 {
     allocator& global = allocator::global_allocator();
     struct Case { unsigned long block_size, alignment; };
@@ -133,28 +128,25 @@ TEST(MallocAllocator, BlockAllocatorsFixTheAlignment)
             EXPECT_TRUE(aligned_to(p, c.alignment));
         block->deallocate(p);
     }
-}
 
-TEST(MallocAllocator, ReferencesKeepAnAllocatorAlive)
-{
+    // References keep an allocator alive.
     auto block = private_malloc_allocator();
     auto* impl = static_cast<uvt_extern::UvtMallocAllocator*>(block.get());
     uvt::allocator_handle copy = block;
     EXPECT_EQ(impl->referenceCount(), 2u);
     block.reset();
     EXPECT_EQ(impl->referenceCount(), 1u);
-    void* p = copy->allocate(8);  // still usable
-    copy->deallocate(p);
+    copy->deallocate(copy->allocate(8));  // still usable
     impl->addReferences(3);
     EXPECT_EQ(impl->referenceCount(), 4u);
     for (int i = 0; i < 3; ++i)
         impl->release();
 
     // The process-wide instance survives its last release.
-    auto& global = uvt_extern::UvtMallocAllocator::instance();
-    global.release();
-    global.release();
-    global.deallocate(global.allocate(8));
+    auto& instance = uvt_extern::UvtMallocAllocator::instance();
+    instance.release();
+    instance.release();
+    instance.deallocate(instance.allocate(8));
 }
 
 TEST(MallocAllocator, MalfunctionCounterFailsFromTheNthAllocationWithTheAllocatorsArguments)

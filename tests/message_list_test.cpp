@@ -82,7 +82,7 @@ const std::vector<expansion_case> expansion_cases = {
 
 // Expansion reorders the parameter list; the order it leaves must expand to
 // the same text again, through either sink.
-TEST(Expansion, TableThroughBothSinksAndAgain)
+TEST(Expansion, TableThroughBothSinksAndAgainByteStreamLimitsAndPlainText)
 {
     for (const expansion_case& c : expansion_cases) {
         SCOPED_TRACE(testing::Message() << "row at line " << c.line);
@@ -93,10 +93,8 @@ TEST(Expansion, TableThroughBothSinksAndAgain)
         EXPECT_EQ(expand_to_stream(*list.first()), c.streamed) << "second expansion";
         EXPECT_EQ(expand_to_bytes(*list.first()), c.bytes) << "second expansion";
     }
-}
 
-TEST(Expansion, ByteStreamStopsAtThePieceThatDoesNotFitAndPlainTextStaysAsItIs)
-{
+    // The byte stream stops at the piece that does not fit.
     uvt::message_list list(uvt::allocator::global_allocator());
     build(list, "Index $IDX$ out of range", {{"IDX", "7"}, {"X", "1"}});
     const struct { std::size_t size; const char* expected; } rows[] = {
@@ -206,10 +204,7 @@ TEST(BlockSizes, MessagesParametersAndPayloads)
 
 // --- exceptions without a host object ---
 
-uvt::exception plain(const char* text = "text")
-{
-    return uvt::exception("demo/unit.cpp", 42, 7, text, nullptr);
-}
+uvt::exception plain(const char* text = "text") { return uvt::exception("demo/unit.cpp", 42, 7, text, nullptr); }
 
 TEST(NoHost, StackCaptureYieldsStatusEightAndRegistrationOnlyMarksTheObject)
 {

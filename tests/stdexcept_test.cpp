@@ -199,7 +199,7 @@ TEST(ExceptionClasses, WithoutMemoryTheyStillCarryTheirNumber)
     }
 }
 
-TEST(ExceptionClasses, StandardMirrorsAnswerWhatThroughBothBasesAndCopiesShareThePayload)
+TEST(ExceptionClasses, StandardMirrorsCopiesAndRegexErrorTexts)
 {
     const uvt::bad_cast e(F, 10);
     const std::bad_cast& as_std = e;
@@ -234,10 +234,7 @@ TEST(ExceptionClasses, StandardMirrorsAnswerWhatThroughBothBasesAndCopiesShareTh
         }
         e->mark_processed();
     }
-}
 
-TEST(RegexError, ErrMsgFollowsTheCode)
-{
     // Spot checks of the library's text table and the codes beyond it.
     struct Row { int code; const char* text; } rows[] = {
         {0, "regex_error(error_collate): The expression contained an invalid collating element name."},

@@ -21,15 +21,9 @@ namespace {
 
 using uvt_test::counting_allocator;
 
-std::string text(const uvt::string& s)
-{
-    return std::string(s.data(), s.size());
-}
+std::string text(const uvt::string& s) { return std::string(s.data(), s.size()); }
 
-std::string repeat(std::size_t n, char c = 'x')
-{
-    return std::string(n, c);
-}
+std::string repeat(std::size_t n, char c = 'x') { return std::string(n, c); }
 
 TEST(StringStates, InlineUpToThe64ByteObjectThenGrowthAndShrinkRules)
 {
@@ -221,7 +215,7 @@ const char* const long_literal =
     "0123456789012345678901234567890123456789012345678901234567890123456789"
     "0123456789012345678901234567890123456789012345678901234567890123456789";
 
-TEST(StringViews, ViewTheTextWithoutCopying)
+TEST(StringViews, ViewTheTextWithoutCopyingAndRefuseEveryChangeWithTheTextCutTo127Characters)
 {
     const uvt::string view{uvt::string_retval(long_literal)};
     EXPECT_EQ(view.data(), long_literal);
@@ -245,10 +239,8 @@ TEST(StringViews, ViewTheTextWithoutCopying)
 std::string rvalue_text_of(const std::function<void()>& change)
 {
     return uvt_test::caught<uvt::rvalue_error>(change).get_msgarg_by_name("STR");
-}
 
-TEST(StringViews, EveryChangeIsRefusedWithTheTextCutTo127Characters)
-{
+    // Every change is refused with the text cut to 127 characters.
     counting_allocator a;
     uvt::string other(repeat(50).c_str(), a);
     uvt::string view{uvt::string_retval(long_literal)};

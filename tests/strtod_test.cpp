@@ -103,12 +103,9 @@ bool within(const big& num, const big& den, std::uint64_t mantissa, int k, std::
 
 // --- the tables and the scaling ---
 
-int tablePower(int index)
-{
-    return index < 27 ? index + 1 : index < 37 ? 28 * (index - 25) - 1 : -28 * (index - 36);
-}
+int tablePower(int index) { return index < 27 ? index + 1 : index < 37 ? 28 * (index - 25) - 1 : -28 * (index - 36); }
 
-TEST(TenPowerTable, EntriesAreCorrectlyRoundedPowersOfTen)
+TEST(TenScale, TableEntriesAreCorrectlyRoundedAndNormAndRoundRoundsHalfToEvenAndCarries)
 {
     using uvt::impl::UVT_TenPower;
     using uvt::impl::UVT_TwoExp;
@@ -121,10 +118,8 @@ TEST(TenPowerTable, EntriesAreCorrectlyRoundedPowersOfTen)
         EXPECT_TRUE(within(num, den, UVT_TenPower[i], UVT_TwoExp[i] - 64, 1));
     }
     EXPECT_EQ(tablePower(36), 307);
-}
 
-TEST(TenScale, NormAndRoundRoundsHalfToEvenAndCarries)
-{
+    // uvtNormAndRound rounds half to even and carries.
     constexpr std::uint64_t top = std::uint64_t(1) << 63;
     // The exponent is relative to the input exponent 0.
     const struct { int line; uvt::impl::uint128_parts product; std::uint64_t mantissa; int exponent; } rows[] = {

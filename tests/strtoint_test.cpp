@@ -96,7 +96,7 @@ TEST(StrToInt, EdgeCases)
 
 using uvt_test::caught;
 
-TEST(StoWrappers, ValuesAndCharactersUsed)
+TEST(StoWrappers, ValuesCharactersUsedAndFailures)
 {
     std::size_t pos = 0;
     EXPECT_EQ(uvt::stoi(" -42xyz", &pos), -42);
@@ -123,10 +123,7 @@ TEST(StoWrappers, ValuesAndCharactersUsed)
     EXPECT_EQ(uvt::stoul(view), 4294967295u);
     caught<uvt::out_of_range>([&] { uvt::stoi(view); });
     caught<uvt::invalid_argument>([&] { uvt::stol(uvt::basic_string<char>(a)); });
-}
 
-TEST(StoWrappers, Failures)
-{
     const auto range = caught<uvt::out_of_range>([] { uvt::stoi("99999999999"); });
     EXPECT_STREQ(range.get_msgarg_by_name("IDX"), "99999999999");
     EXPECT_STREQ(range.get_msgarg_by_name("BEG"), "-2147483648");
@@ -139,7 +136,7 @@ TEST(StoWrappers, Failures)
     caught<uvt::overflow_error>([] { uvt::stoi64("9223372036854775808"); });
     caught<uvt::overflow_error>([] { uvt::stoui64(L"18446744073709551616"); });
     caught<uvt::null_pointer>([] { uvt::stoll(static_cast<const char*>(nullptr)); });
-    std::size_t pos = 77;
+    pos = 77;
     caught<uvt::invalid_argument>([&] { uvt::stoi("-", &pos); });
     EXPECT_EQ(pos, 77u);  // untouched on failure
 }

@@ -21,10 +21,7 @@ using uvt::generic_category;
 using uvt::iostream_category;
 using uvt::system_category;
 
-std::string text(const uvt::string& s)
-{
-    return std::string(s.data(), s.size());
-}
+std::string text(const uvt::string& s) { return std::string(s.data(), s.size()); }
 
 // Each category's name and texts: the platform's viewed without copying,
 // and the iostream category's own for its one code.

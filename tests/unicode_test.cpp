@@ -133,7 +133,7 @@ const DecodeCase kDecodeCases[] = {
     {"cut off after text", {0x41, 0x42, 0xE2, 0x82}, 1, 2, {0x41, 0x42}, {0x41, 0x42}},
 };
 
-TEST(UnicodeDecode, TableToUCS4AndUTF16AndBothKernelOrders)
+TEST(UnicodeDecode, TableToUCS4AndUTF16AndBothKernelOrdersTruncationsAndIllegalLeads)
 {
     for (const auto& c : kDecodeCases) {
         SCOPED_TRACE(c.what);
@@ -146,12 +146,9 @@ TEST(UnicodeDecode, TableToUCS4AndUTF16AndBothKernelOrders)
                 << bigEndian;
         }
     }
-}
 
-// A sequence cut short stops before it with code 1; a byte 0x80-0xBF where a
-// sequence should start is illegal (code 2).
-TEST(UnicodeDecode, EveryTruncationIsIncompleteAndEveryContinuationByteAnIllegalLead)
-{
+    // A sequence cut short stops before it with code 1; a byte 0x80-0xBF where a
+    // sequence should start is illegal (code 2).
     const Bytes longest = {0xFC, 0x84, 0x80, 0x80, 0x80, 0x80};
     for (std::size_t length = 2; length <= 6; ++length) {
         Bytes sequence(longest.begin(), longest.begin() + length);
@@ -285,7 +282,7 @@ const EightBitCase kEightBitCases[] = {
     {"continuation as lead", {0x80}, '?', 2, 0, {}, 0},
 };
 
-TEST(UnicodeEightBit, ToEightBitTable)
+TEST(UnicodeEightBit, ToEightBitTableAndBytelenUpToTheStop)
 {
     for (const auto& c : kEightBitCases) {
         SCOPED_TRACE(c.what);
@@ -294,10 +291,8 @@ TEST(UnicodeEightBit, ToEightBitTable)
                   (Outcome<signed char>{c.rc, c.read, c.out}));
         EXPECT_EQ(replaced, c.replaced);
     }
-}
 
-TEST(UnicodeBytelen, MeasuresUpToTheStop)
-{
+    // bytelen measures up to the stop.
     const struct { Bytes in; int rc; unsigned long characters, bytes; } cases[] = {
         {{}, 0, 0, 0},
         {{0x41, 0xC3, 0xA9, 0xE2, 0x82, 0xAC, 0xFC, 0x84, 0x80, 0x80, 0x80, 0x80}, 0, 4, 12},
@@ -305,6 +300,7 @@ TEST(UnicodeBytelen, MeasuresUpToTheStop)
         {{0x41, 0xBF, 0x41}, 2, 1, 1},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "stop at " << c.bytes);
         const guarded<unsigned char> text(c.in.data(), c.in.size());
         const unsigned char* stop = nullptr;
         unsigned long characters = 99, bytes = 99;

@@ -14,10 +14,7 @@
 
 namespace uvt_test {
 
-inline std::size_t page_size()
-{
-    return static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-}
+inline std::size_t page_size() { return static_cast<std::size_t>(sysconf(_SC_PAGESIZE)); }
 
 template <class T>
 class guarded {
