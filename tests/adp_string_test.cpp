@@ -126,7 +126,7 @@ TEST(AdpString, ConstructorsWithoutAllocatorUseTheAdaptorAllocatorViewsAndConcat
     EXPECT_EQ(text(joined), "left, right. leftright");
 }
 
-TEST(AdpString, PositionsOutOfRangeReportValueAndBounds)
+TEST(AdpString, PositionsOutOfRangeAndConversionBetweenTheWidths)
 {
     const struct { const char* name; void (*operation)(uvt_adp::string& s); const char *idx, *beg, *end; } cases[] = {
         {"substr", [](uvt_adp::string& s) { (void)s.substr(6); }, "6", "0", "6"},
@@ -146,10 +146,8 @@ TEST(AdpString, PositionsOutOfRangeReportValueAndBounds)
         EXPECT_STREQ(e.get_msgarg_by_name("BEG"), c.beg) << c.name;
         EXPECT_STREQ(e.get_msgarg_by_name("END"), c.end) << c.name;
     }
-}
 
-TEST(AdpString, ConvertBetweenTheWidths)
-{
+    // Conversion between the widths.
     uvt_adp::string narrow("old");
     const wchar_t wide_units[] = {L'h', 0xE9, 0x20AC, 0xD800, 0};
     narrow.convert(wide_units, 4);

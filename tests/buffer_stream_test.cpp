@@ -13,7 +13,7 @@ namespace {
 
 using uvt::ios_base;
 
-TEST(BufferStream, GivesWhatWasWrittenTerminated)
+TEST(BufferStream, GivesWhatWasWrittenTerminatedAndOverflowDropsTheRest)
 {
     uvt::buffer_stream<64> os;
     EXPECT_STREQ(os.c_str(), "");
@@ -32,21 +32,18 @@ TEST(BufferStream, GivesWhatWasWrittenTerminated)
     EXPECT_EQ(large.size(), 2000u);
     EXPECT_EQ(std::strlen(large.c_str()), 2000u);
     EXPECT_TRUE(large.good());
-}
 
-// N = 5 keeps 4 characters and the zero, N = 1 only the zero.
-TEST(BufferStream, OverflowDropsTheRestSetsBadbitAndThrowsWhenTheMaskAsks)
-{
+    // N = 5 keeps 4 characters and the zero, N = 1 only the zero.
     for (uvt::streamsize written : {4, 5, 9}) {
-        uvt::buffer_stream<5> os;
-        os.write("abcdefghi", written);
-        EXPECT_STREQ(os.c_str(), "abcd") << written;
-        EXPECT_EQ(os.bad(), written > 4) << written;
+        uvt::buffer_stream<5> five;
+        five.write("abcdefghi", written);
+        EXPECT_STREQ(five.c_str(), "abcd") << written;
+        EXPECT_EQ(five.bad(), written > 4) << written;
     }
-    uvt::buffer_stream<5> os;
-    os << 1234 << 5 << "xyz";
-    EXPECT_STREQ(os.c_str(), "1234");
-    EXPECT_TRUE(os.bad());
+    uvt::buffer_stream<5> five;
+    five << 1234 << 5 << "xyz";
+    EXPECT_STREQ(five.c_str(), "1234");
+    EXPECT_TRUE(five.bad());
     uvt::buffer_stream<1> one;
     one << 'x';
     EXPECT_STREQ(one.c_str(), "");

@@ -17,7 +17,7 @@ namespace {
 
 using uvt_test::counting_allocator;
 
-TEST(CStringPtr, CountedCopiesShareOneBlockLiteralsAreNeitherCopiedNorCounted)
+TEST(CStringPtr, CountedCopiesShareOneBlockLiteralsAreNotCountedAndFailures)
 {
     counting_allocator a;
     {
@@ -43,11 +43,8 @@ TEST(CStringPtr, CountedCopiesShareOneBlockLiteralsAreNeitherCopiedNorCounted)
     EXPECT_TRUE(q.is_literal());
     EXPECT_EQ(q.use_count(), 0u);
     EXPECT_EQ(uvt::cstring_ptr().c_str(), nullptr);
-}
 
-TEST(CStringPtr, WideTextNullTextAndAllocationFailure)
-{
-    counting_allocator a;
+    // Wide text, null text and allocation failure.
     uvt::wcstring_ptr w(L"wide \u00e9", a);
     EXPECT_EQ(std::wcscmp(w.c_str(), L"wide \u00e9"), 0);
     EXPECT_THROW(uvt::cstring_ptr(static_cast<const char*>(nullptr), a), uvt::null_pointer);

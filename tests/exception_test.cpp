@@ -95,7 +95,7 @@ std::string printed(const exception& e, layout_printer print, bool no_stack = tr
 
 // print writes the long layout or the custom printer's text, and leaves the
 // stream's format as it found it; numbers in hex are shown unsigned.
-TEST_F(ExceptionTest, PrintUsesTheLongLayoutOrTheCustomPrinterAndKeepsTheFormat)
+TEST_F(ExceptionTest, LayoutsOfAChainWithStackOptionsTheCustomPrinterAndTheStreamFormat)
 {
     exception e = out_of_range_like(exception::default_allocator());
     EXPECT_EQ(printed(e), "exception  1: no.1000003  (demo/unit.cpp:42)\n    Index 7 out of range [0, 5)\n" + trace);
@@ -115,10 +115,8 @@ TEST_F(ExceptionTest, PrintUsesTheLongLayoutOrTheCustomPrinterAndKeepsTheFormat)
     EXPECT_EQ(os.fill(), '*');
     EXPECT_EQ(os.width(), 9);
     EXPECT_EQ(os.precision(), 3);
-}
 
-TEST_F(ExceptionTest, LongAndShortLayoutsOfAChainWithStackOptions)
-{
+    // The long and short layouts of a chain with the stack options.
     exception a = make(1, "first");
     a << uvt::error_message("b.cpp", 2, 2, "second $S$") << message_argument<int>("S", 5);
     exception b = make(3, "third", nullptr, 0);
@@ -311,7 +309,7 @@ TEST_F(ExceptionTest, ExceptionArgumentIsItsLongLayoutAndLookupCoversTheChain)
 
 // --- readers ---
 
-TEST_F(ExceptionTest, ReadersIterationAndIdentity)
+TEST_F(ExceptionTest, ReadersIterationIdentityAndWhatWithAnAllocator)
 {
     exception a = make(1, "first $A$");
     a << uvt::error_message("/other/f.cpp", 8, 2, "second");
@@ -335,22 +333,20 @@ TEST_F(ExceptionTest, ReadersIterationAndIdentity)
     EXPECT_TRUE(a.is_processed());
     EXPECT_TRUE(next == b);
     EXPECT_EQ(next.get_next().data(), nullptr);
-}
 
-TEST_F(ExceptionTest, WhatWithAnAllocatorRendersTheShortLayout)
-{
-    const uvt::out_of_range e(__FILE__, __LINE__, 7, 0, 5);
-    const std::string expected = printed(e, short_form);
+    // what(allocator) renders the short layout; a text cut short is never returned.
+    const uvt::out_of_range range(__FILE__, __LINE__, 7, 0, 5);
+    const std::string expected = printed(range, short_form);
     ASSERT_NE(expected.find("Index 7 out of range [0, 5)"), std::string::npos);
-    uvt_test::counting_allocator a;
+    uvt_test::counting_allocator alloc;
     {
-        const uvt::basic_string<char> shown = e.what(a, true);
+        const uvt::basic_string<char> shown = range.what(alloc, true);
         EXPECT_EQ(std::string(shown.data(), shown.size()), expected);
-        EXPECT_EQ(&shown.get_allocator(), &a);
-        EXPECT_EQ(a.live_blocks(), shown.capacity() > 39 ? 1u : 0u) << "the stream's block is gone";
+        EXPECT_EQ(&shown.get_allocator(), &alloc);
+        EXPECT_EQ(alloc.live_blocks(), shown.capacity() > 39 ? 1u : 0u) << "the stream's block is gone";
     }
     const unsigned long points = uvt_test::sweep_allocation_failures(
-        [&](uvt::allocator& failing) { (void)e.what(failing, false); },
+        [&](uvt::allocator& failing) { (void)range.what(failing, false); },
         [](bool threw) { EXPECT_TRUE(threw) << "a text cut short is never returned"; });
     EXPECT_GE(points, 2u);
 }

@@ -26,7 +26,7 @@ test_host& host() { return test_host::instance(); }
 // allocator stands in for the allocators it answers null for, exceptions
 // built without an allocator take the host's, and a failing allocation
 // notifies it.
-TEST(HostHooks, HostAnswersAndAllocatorSlots)
+TEST(HostHooks, HostAnswersAllocatorSlotsStandardPrefixAndFileNames)
 {
     EXPECT_EQ(uvt_extern::get_import(), &host());
     EXPECT_EQ(uvt_extern::get_import(), &host());
@@ -53,10 +53,8 @@ TEST(HostHooks, HostAnswersAndAllocatorSlots)
     host().global.fail_at(1);
     EXPECT_THROW(uvt::allocator::global_allocator().allocate(10), uvt::bad_alloc);
     EXPECT_EQ(host().callbacks.out_of_memory, notified + 1);
-}
 
-TEST(HostHooks, StandardPrefixFunctionAndFileNamesCutBelowTheSourceTree)
-{
+    // The standard prefix function, and file names cut below the source tree.
     char buffer[32];
     EXPECT_EQ(uvt::getStandardPrefix(buffer, sizeof buffer), nullptr);
     auto prefix = [](char* b, unsigned long) -> const char* { return std::strcpy(b, "[t1]"); };

@@ -475,7 +475,17 @@ constexpr std::uint64_t xcr0_xmm_ymm = 0x6;
 constexpr std::uint32_t ecx_all = ecx_sse3 | ecx_pclmul | ecx_ssse3 | ecx_sse41 | ecx_sse42 | ecx_popcnt | ecx_aes |
                                   ecx_osxsave | ecx_avx;
 
-TEST(MemlibCpuLevel, ClassifiesEveryLevel)
+// The level the dispatch should see under this process's UVT_CPU_LEVEL.
+std::int32_t expected_dispatch_level()
+{
+    const std::int32_t hardware = cpuInstructionSet();
+    const char* text = std::getenv("UVT_CPU_LEVEL");
+    if (text == nullptr || *text == '\0' || std::string(text).find_first_not_of("0123456789") != std::string::npos)
+        return hardware;
+    return std::clamp(std::atoi(text), CPU_SSE2, hardware);
+}
+
+TEST(MemlibDispatch, LevelsFromTheFeaturesAndTablesFollowingTheLevel)
 {
     struct row { std::uint32_t ecx; std::uint64_t xcr0; std::uint32_t ebx7; std::int32_t level; };
     const row rows[] = {
@@ -512,22 +522,9 @@ TEST(MemlibCpuLevel, ClassifiesEveryLevel)
         if (ecx == ecx_all)
             break;
     }
-}
 
-// The level the dispatch should see under this process's UVT_CPU_LEVEL.
-std::int32_t expected_dispatch_level()
-{
-    const std::int32_t hardware = cpuInstructionSet();
-    const char* text = std::getenv("UVT_CPU_LEVEL");
-    if (text == nullptr || *text == '\0' || std::string(text).find_first_not_of("0123456789") != std::string::npos)
-        return hardware;
-    return std::clamp(std::atoi(text), CPU_SSE2, hardware);
-}
-
-// The hardware level agrees with the compiler's feature tests; the dispatch
-// level and its tables follow it and UVT_CPU_LEVEL.
-TEST(MemlibDispatch, TablesFollowTheLevel)
-{
+    // The hardware level agrees with the compiler's feature tests; the dispatch
+    // level and its tables follow it and UVT_CPU_LEVEL.
     const std::int32_t hardware = cpuInstructionSet();
     __builtin_cpu_init();
     EXPECT_EQ(hardware >= CPU_SSE3, __builtin_cpu_supports("sse3") != 0);

@@ -127,7 +127,7 @@ TEST(BadAlloc, MessageLivesInTheOutOfMemoryAllocatorAndSurvivesItsFailures)
 
 // Both notify the host once and throw a uvt::bad_alloc that a std::bad_alloc
 // handler catches, with the same what() through both bases.
-TEST(BadAlloc, ThrowEntryPoints)
+TEST(BadAlloc, ThrowEntryPointsTypeHeadersAndBadNumaAlloc)
 {
     const struct { const char* label; void (*thrower)(); const char* file; int line; const char* items; } rows[] = {
         {"throw_uvt_bad_allocation", [] { throw_uvt_bad_allocation(F, 5); }, F, 5, ""},
@@ -152,13 +152,10 @@ TEST(BadAlloc, ThrowEntryPoints)
         }
         EXPECT_EQ(notifications() - before, 1);
     }
-}
 
-// The failure type follows the class word of bad_alloc's header;
-// bad_numa_alloc has a header of its own and throws itself through a
-// bad_alloc reference.
-TEST(BadAlloc, TypeHeadersAndBadNumaAlloc)
-{
+    // The failure type follows the class word of bad_alloc's header;
+    // bad_numa_alloc has a header of its own and throws itself through a
+    // bad_alloc reference.
     uvt::bad_alloc e(F, 6, true);
     e.set_allocation_failure_type(uvt::MALFUNCTION);
     EXPECT_EQ(type_header(e), words({0xFACE0001, 0xFACADE34, 1}));

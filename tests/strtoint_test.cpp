@@ -19,6 +19,7 @@
 
 namespace {
 
+using uvt_test::caught;
 using uvt_test::guarded;
 using uvt_test::widened;
 
@@ -48,7 +49,7 @@ void expectRows(const std::vector<Row<T>>& rows)
     }
 }
 
-TEST(StrToInt, EdgeCases)
+TEST(StrToInt, EdgeCasesAndTheWrappers)
 {
     expectRows<long>({
         {__LINE__, " \t-0x1A", 16, -26, 7, 0},
@@ -92,12 +93,8 @@ TEST(StrToInt, EdgeCases)
         {__LINE__, "-1", 10, ULONG_MAX, 2, 0},  // negated in unsigned arithmetic
         {__LINE__, "-18446744073709551616", 10, 0, 20, ERANGE},
     });
-}
 
-using uvt_test::caught;
-
-TEST(StoWrappers, ValuesCharactersUsedAndFailures)
-{
+    // The throwing wrappers: values, characters used and failures.
     std::size_t pos = 0;
     EXPECT_EQ(uvt::stoi(" -42xyz", &pos), -42);
     EXPECT_EQ(pos, 4u);
