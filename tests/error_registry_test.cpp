@@ -68,7 +68,7 @@ TEST(ErrorRegistry, EveryAccessorRegistersItsRowExactlyOnceAndUnknownNumbersHave
     EXPECT_STREQ(uvt::error_code::error_no_to_text(-1), "Unknown");
 }
 
-TEST(ErrorRegistry, LaterRegistrationShadowsEarlierOneAndReturnsThePreviousHead)
+TEST(ErrorRegistry, LaterRegistrationShadowsEarlierOnesAndConcurrentOnesAllLand)
 {
     static ErrorCodeImpl older(1000040, "older text", &uvt::generic_category(), "TEST_OLDER");
     static ErrorCodeImpl newer(1000040, "newer text", &uvt::generic_category(), "TEST_NEWER");
@@ -87,10 +87,8 @@ TEST(ErrorRegistry, LaterRegistrationShadowsEarlierOneAndReturnsThePreviousHead)
     EXPECT_EQ(ErrorCodeImpl::first(), &rec);
     EXPECT_EQ(rec.next(), before);
     EXPECT_STREQ(uvt::error_code::error_no_to_text(1000003), "Index $IDX$ out of range [$BEG$, $END$)");
-}
 
-TEST(ErrorRegistry, ConcurrentRegistrationsAllLand)
-{
+    // Concurrent registrations all land.
     constexpr int threads = 4, per_thread = 200;
     uvt__ERR_UVT_OUTOFRANGE();  // an older record that must stay reachable
     // Kept for the life of the process: the registry never lets go of a record.

@@ -101,7 +101,18 @@ TEST(AllocatorEntryPoints, RequestSizesReallocRulesAndFailures)
     m.deallocate(unsized);
 }
 
-TEST(ProcessWideAllocators, WithoutHostAllAreTheMallocAllocator)
+// A temporary allocator hanging below another one.
+class temp_allocator : public counting_allocator {
+public:
+    explicit temp_allocator(allocator* parent) : parent_(parent) {}
+    bool isTempAllocator() const override { return true; }
+    allocator* getParentAllocator() const override { return parent_; }
+
+private:
+    allocator* parent_;
+};
+
+TEST(ProcessWideAllocators, WithoutHostAllAreTheMallocAllocatorAndTempParentsAreSkipped)
 {
     allocator& global = allocator::global_allocator();
     EXPECT_EQ(&global, &allocator::internal_global_allocator());
@@ -112,6 +123,12 @@ TEST(ProcessWideAllocators, WithoutHostAllAreTheMallocAllocator)
         EXPECT_EQ(a, &global);
     EXPECT_EQ(&global, &uvt_extern::UvtMallocAllocator::instance());
     EXPECT_STREQ(global.getName().c_str(), "UvtMallocAllocator");
+
+    // getNonTempParentAllocator skips temporary allocators.
+    counting_allocator root;
+    temp_allocator mid(&root), leaf(&mid), orphan(nullptr);
+    EXPECT_EQ(leaf.getNonTempParentAllocator(), &root);
+    EXPECT_EQ(orphan.getNonTempParentAllocator(), nullptr);
 }
 
 TEST(MallocAllocator, BlockAllocatorsFixTheAlignmentAndLiveByReferences)
@@ -205,25 +222,6 @@ TEST(MallocAllocator, ConcurrentAllocationAndReferences)
     for (auto& t : threads)
         t.join();
     EXPECT_EQ(static_cast<uvt_extern::UvtMallocAllocator*>(shared.get())->referenceCount(), 1u);
-}
-
-// A temporary allocator hanging below another one.
-class temp_allocator : public counting_allocator {
-public:
-    explicit temp_allocator(allocator* parent) : parent_(parent) {}
-    bool isTempAllocator() const override { return true; }
-    allocator* getParentAllocator() const override { return parent_; }
-
-private:
-    allocator* parent_;
-};
-
-TEST(AllocatorHierarchy, NonTempParentSkipsTemporaryAllocators)
-{
-    counting_allocator root;
-    temp_allocator mid(&root), leaf(&mid), orphan(nullptr);
-    EXPECT_EQ(leaf.getNonTempParentAllocator(), &root);
-    EXPECT_EQ(orphan.getNonTempParentAllocator(), nullptr);
 }
 
 } // namespace

@@ -121,8 +121,22 @@ TEST(Expansion, TableThroughBothSinksAndAgainByteStreamLimitsAndPlainText)
     EXPECT_EQ(expand_to_bytes(*n), "plain $X$ \\$");
 }
 
+// Hands out blocks 8 bytes past a 16-byte boundary.
+class misaligning_allocator : public uvt_test::counting_allocator {
+public:
+    void* allocateNoThrowImpl(unsigned long size, const void* caller) override
+    {
+        auto* p = static_cast<char*>(counting_allocator::allocateNoThrowImpl(size + 8, caller));
+        return p ? p + 8 : nullptr;
+    }
+    void deallocateImpl(void* p, const void* caller) override
+    {
+        counting_allocator::deallocateImpl(p ? static_cast<char*>(p) - 8 : nullptr, caller);
+    }
+};
+
 // Allocation failures throw bad_alloc and leak nothing.
-TEST(MessageList, ParametersGoToTheLastMessageAndEverythingIsFreed)
+TEST(MessageList, ParametersGoToTheLastMessageBlockSizesAndFailures)
 {
     uvt_test::counting_allocator a;
     {
@@ -146,28 +160,11 @@ TEST(MessageList, ParametersGoToTheLastMessageAndEverythingIsFreed)
         },
         [](bool threw) { EXPECT_TRUE(threw); });
     EXPECT_EQ(points, 5u);
-}
 
-// Hands out blocks 8 bytes past a 16-byte boundary.
-class misaligning_allocator : public uvt_test::counting_allocator {
-public:
-    void* allocateNoThrowImpl(unsigned long size, const void* caller) override
-    {
-        auto* p = static_cast<char*>(counting_allocator::allocateNoThrowImpl(size + 8, caller));
-        return p ? p + 8 : nullptr;
-    }
-    void deallocateImpl(void* p, const void* caller) override
-    {
-        counting_allocator::deallocateImpl(p ? static_cast<char*>(p) - 8 : nullptr, caller);
-    }
-};
-
-// A message node is its header and its text space; a payload holds 71
-// bytes more (its header and the worst alignment gap, less the node header)
-// and lies aligned inside its block; a parameter keeps at least 8 bytes of
-// value.
-TEST(BlockSizes, MessagesParametersAndPayloads)
-{
+    // A message node is its header and its text space; a payload holds 71
+    // bytes more (its header and the worst alignment gap, less the node header)
+    // and lies aligned inside its block; a parameter keeps at least 8 bytes of
+    // value.
     const std::pair<const char*, unsigned long> messages[] = {
         {nullptr, 64}, {"1234567", 64}, {"12345678", 72}};
     for (auto [text, node_bytes] : messages) {
@@ -192,14 +189,14 @@ TEST(BlockSizes, MessagesParametersAndPayloads)
         list.new_param("N", value, false);
         EXPECT_EQ(a.live_bytes() - before, bytes) << (value ? value : "null");
     }
-    misaligning_allocator a;
+    misaligning_allocator misaligning;
     {
-        uvt::exception e(a, "f.cpp", 1, uvt::error_code(1, uvt::generic_category()), nullptr);
+        uvt::exception e(misaligning, "f.cpp", 1, uvt::error_code(1, uvt::generic_category()), nullptr);
         ASSERT_NE(e.data(), nullptr);
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(e.data()) % 16, 0u);
         e.mark_processed();
     }
-    EXPECT_EQ(a.live_blocks(), 0u);
+    EXPECT_EQ(misaligning.live_blocks(), 0u);
 }
 
 // --- exceptions without a host object ---

@@ -50,7 +50,7 @@ std::string streamed(uvt::allocation_failure_type t)
 
 // The library's name table is sized by the enumeration; spot checks of its
 // ends and middle, and the texts for values beyond it.
-TEST(AllocationFailureType, TextsOfKnownAndUnexpectedValues)
+TEST(BadAlloc, FailureTypeTextsAndConstructorsNotifyingTheHostUnlessSilentOrACopy)
 {
     for (auto [v, name] : {std::pair{0, "UNKNOWN"}, {9, "STATEMENT_MEMORY_LIMIT"}, {16, "FORBIDDEN"}}) {
         const auto t = static_cast<uvt::allocation_failure_type>(v);
@@ -62,10 +62,7 @@ TEST(AllocationFailureType, TextsOfKnownAndUnexpectedValues)
         EXPECT_STREQ(uvt::get_allocation_failure_type_string(t), "<Unexpected allocation failure limit type>");
         EXPECT_EQ(streamed(t), "<Unexpected allocation failure type " + std::to_string(v) + ">");
     }
-}
 
-TEST(BadAlloc, ConstructorsDefineReasonAndNotifyTheHostUnlessSilentOrACopy)
-{
     const struct { const char* name; uvt::bad_alloc (*make)(); int notifications; const char* reason; } cases[] = {
         {"silent", [] { return uvt::bad_alloc(F, 1, true); }, 0, ""},
         {"not silent", [] { return uvt::bad_alloc(F, 1, false); }, 1, ""},

@@ -25,7 +25,7 @@ std::string text(const uvt::string& s) { return std::string(s.data(), s.size());
 
 std::string repeat(std::size_t n, char c = 'x') { return std::string(n, c); }
 
-TEST(StringStates, InlineUpToThe64ByteObjectThenGrowthAndShrinkRules)
+TEST(StringStates, InlineGrowthShrinkAndSharingRules)
 {
     counting_allocator a;
     uvt::string s(repeat(39).c_str(), a);
@@ -61,16 +61,14 @@ TEST(StringStates, InlineUpToThe64ByteObjectThenGrowthAndShrinkRules)
     shrunk.shrink_to_fit();
     EXPECT_EQ(shrunk.capacity(), 39u);
     EXPECT_EQ(text(shrunk), repeat(10));
-}
 
-TEST(StringSharing, CopiesShareUntilOneChanges)
-{
-    counting_allocator a;
-    uvt::string first(repeat(50).c_str(), a);
+    // Copies share until one changes.
+    counting_allocator sharing;
+    uvt::string first(repeat(50).c_str(), sharing);
     uvt::string copy(first);
     EXPECT_EQ(copy.data(), first.data());
     EXPECT_TRUE(first.is_shared());
-    EXPECT_EQ(a.live_blocks(), 1u);
+    EXPECT_EQ(sharing.live_blocks(), 1u);
 
     copy[0] = 'C';
     EXPECT_NE(copy.data(), first.data());
@@ -78,10 +76,10 @@ TEST(StringSharing, CopiesShareUntilOneChanges)
     EXPECT_EQ(text(copy), "C" + repeat(49));
     EXPECT_EQ(copy.capacity(), 50u) << "a private copy is never larger than needed";
     EXPECT_FALSE(first.is_shared());
-    EXPECT_EQ(a.live_blocks(), 2u);
+    EXPECT_EQ(sharing.live_blocks(), 2u);
 
     // A shared block with room to spare is still not written in place.
-    uvt::string roomy(repeat(50).c_str(), a);
+    uvt::string roomy(repeat(50).c_str(), sharing);
     roomy.reserve(80);
     uvt::string appended(roomy);
     appended.push_back('!');
@@ -98,28 +96,26 @@ TEST(StringSharing, CopiesShareUntilOneChanges)
     to_block.replace(0, 5, "");
     EXPECT_EQ(to_block.capacity(), 45u);
     EXPECT_EQ(text(first), repeat(50));
-}
 
-TEST(StringSharing, AssignmentSharesOnlyWithTheSameAllocator)
-{
-    counting_allocator a, b;
-    const uvt::string source(repeat(60).c_str(), a);
-    uvt::string same(a), other(b), short_target(a);
+    // Assignment shares only with the same allocator.
+    counting_allocator one, another;
+    const uvt::string source(repeat(60).c_str(), one);
+    uvt::string same(one), other(another), short_target(one);
     same = source;
     other = source;
     EXPECT_EQ(same.data(), source.data());
     EXPECT_NE(other.data(), source.data());
-    EXPECT_EQ(&other.get_allocator(), &b);
-    EXPECT_EQ(b.live_blocks(), 1u);
+    EXPECT_EQ(&other.get_allocator(), &another);
+    EXPECT_EQ(another.live_blocks(), 1u);
 
-    const uvt::string copied(source, b);
+    const uvt::string copied(source, another);
     EXPECT_NE(copied.data(), source.data());
     EXPECT_EQ(text(copied), repeat(60));
 
-    uvt::string heap_target(repeat(70).c_str(), a);
-    heap_target = uvt::string("short", a);
+    uvt::string heap_target(repeat(70).c_str(), one);
+    heap_target = uvt::string("short", one);
     EXPECT_EQ(heap_target.capacity(), 39u) << "a short source is always copied inline";
-    EXPECT_EQ(a.live_blocks(), 1u);
+    EXPECT_EQ(one.live_blocks(), 1u);
 }
 
 // Copies of one block released on several threads at once: the count is

@@ -63,7 +63,13 @@ TEST(ErrorCategory, NamesTextsIdentityAndEquivalence)
     EXPECT_EQ(system_category().default_error_condition(3), error_condition(3, system_category()));
 }
 
-TEST(ErrorCode, ClearedCodesAreTheEmptyErrorAndMadeCodesHaveTheirCategory)
+// A category without a name, to exercise the null-text path of printing.
+class nameless_category : public uvt::error_category {
+public:
+    const char* name() const noexcept override { return nullptr; }
+};
+
+TEST(ErrorCode, ClearedAndMadeCodesAndPrinting)
 {
     error_code ec;
     EXPECT_FALSE(ec.is_valid());
@@ -85,17 +91,8 @@ TEST(ErrorCode, ClearedCodesAreTheEmptyErrorAndMadeCodesHaveTheirCategory)
     EXPECT_EQ(uvt::make_error_code(uvt::io_errc::stream), error_code(1, iostream_category()));
     EXPECT_EQ(uvt::make_error_condition(uvt::errc::not_enough_memory), error_condition(ENOMEM, generic_category()));
     EXPECT_EQ(uvt::make_error_condition(uvt::io_errc::stream), error_condition(1, iostream_category()));
-}
 
-// A category without a name, to exercise the null-text path of printing.
-class nameless_category : public uvt::error_category {
-public:
-    const char* name() const noexcept override { return nullptr; }
-};
-
-// "text:value", the value unsigned in octal and hex; a null text sets badbit.
-TEST(ErrorCode, Printing)
-{
+    // "text:value", the value unsigned in octal and hex; a null text sets badbit.
     static const nameless_category nameless;
     const struct { error_code code; uvt::ios_base::fmtflags base; const char* text; bool bad; } rows[] = {
         {error_code(-1, generic_category()), uvt::ios_base::dec, "generic:-1", false},

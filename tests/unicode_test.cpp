@@ -167,44 +167,6 @@ TEST(UnicodeDecode, TableToUCS4AndUTF16AndBothKernelOrdersTruncationsAndIllegalL
             << b;
 }
 
-struct EncodeCase { const char* what; Units in; int rc; std::size_t read; Bytes out; };
-
-const EncodeCase kUTF16Cases[] = {
-    {"empty", {}, 0, 0, {}},
-    {"one to three bytes", {0x41, 0xE9, 0x20AC}, 0, 3, {0x41, 0xC3, 0xA9, 0xE2, 0x82, 0xAC}},
-    {"pair decodes one higher", {0xD800, 0xDC00}, 0, 2, {0xF0, 0x90, 0x80, 0x81}},
-    {"last pair passes U+10FFFF", {0xDBFF, 0xDFFF}, 0, 2, {0xF4, 0x90, 0x80, 0x80}},
-    {"lone high then text", {0xD800, 0x41}, 0, 2, {0xED, 0xA0, 0x80, 0x41}},
-    {"lone low", {0xDC00}, 0, 1, {0xED, 0xB0, 0x80}},
-    {"high before a pair", {0xD800, 0xD800, 0xDC00}, 0, 3, {0xED, 0xA0, 0x80, 0xF0, 0x90, 0x80, 0x81}},
-    {"high as last unit", {0x41, 0xD800}, 1, 1, {0x41}},
-};
-
-TEST(UnicodeEncode, UTF16TableBothKernelOrdersAndUCS4)
-{
-    for (const auto& c : kUTF16Cases) {
-        SCOPED_TRACE(c.what);
-        const Outcome<unsigned char> expected{c.rc, c.read, c.out};
-        EXPECT_EQ(run<unsigned char>(UC::convertFromUTF16, c.in, 16), expected);
-        for (bool bigEndian : {false, true})
-            EXPECT_EQ(run<unsigned char>(kernelFrom(bigEndian), pairsOf(c.in, bigEndian), 16), expected) << bigEndian;
-    }
-
-    // UCS-4 takes up to six bytes and replaces the rest.
-    const std::pair<unsigned int, Bytes> cases[] = {
-        {0x7F, {0x7F}}, {0x80, {0xC2, 0x80}}, {0x7FF, {0xDF, 0xBF}}, {0x800, {0xE0, 0xA0, 0x80}},
-        {0xD800, {0xED, 0xA0, 0x80}}, {0xFFFF, {0xEF, 0xBF, 0xBF}}, {0x10000, {0xF0, 0x90, 0x80, 0x80}},
-        {0x1FFFFF, {0xF7, 0xBF, 0xBF, 0xBF}}, {0x200000, {0xF8, 0x88, 0x80, 0x80, 0x80}},
-        {0x3FFFFFF, {0xFB, 0xBF, 0xBF, 0xBF, 0xBF}}, {0x4000000, {0xFC, 0x84, 0x80, 0x80, 0x80, 0x80}},
-        {0x7FFFFFFF, {0xFD, 0xBF, 0xBF, 0xBF, 0xBF, 0xBF}}, {0x80000000, {0xEF, 0xBF, 0xBD}},
-        {0xFFFFFFFF, {0xEF, 0xBF, 0xBD}},
-    };
-    for (const auto& [value, bytes] : cases)
-        EXPECT_EQ(run<unsigned char>(UC::convertFromUCS4, Ucs4{value}, 8), (Outcome<unsigned char>{0, 1, bytes}))
-            << std::hex << value;
-    EXPECT_EQ(run<unsigned char>(UC::convertFromUCS4, Ucs4{0x800}, 2), (Outcome<unsigned char>{3, 0, {}}));
-}
-
 // Converts `text`, each character given as its source units by source(cp)
 // and its expected output by output(cp), into targets of every size up to
 // the whole output: each run must stop with code 3 right before the first
@@ -234,8 +196,44 @@ void expectStopsAtEveryTargetSize(Convert convert, const Ucs4& text, Source sour
     }
 }
 
-TEST(UnicodeTargetFull, EveryConverterStopsBeforeTheCharacterThatDoesNotFit)
+struct EncodeCase { const char* what; Units in; int rc; std::size_t read; Bytes out; };
+
+const EncodeCase kUTF16Cases[] = {
+    {"empty", {}, 0, 0, {}},
+    {"one to three bytes", {0x41, 0xE9, 0x20AC}, 0, 3, {0x41, 0xC3, 0xA9, 0xE2, 0x82, 0xAC}},
+    {"pair decodes one higher", {0xD800, 0xDC00}, 0, 2, {0xF0, 0x90, 0x80, 0x81}},
+    {"last pair passes U+10FFFF", {0xDBFF, 0xDFFF}, 0, 2, {0xF4, 0x90, 0x80, 0x80}},
+    {"lone high then text", {0xD800, 0x41}, 0, 2, {0xED, 0xA0, 0x80, 0x41}},
+    {"lone low", {0xDC00}, 0, 1, {0xED, 0xB0, 0x80}},
+    {"high before a pair", {0xD800, 0xD800, 0xDC00}, 0, 3, {0xED, 0xA0, 0x80, 0xF0, 0x90, 0x80, 0x81}},
+    {"high as last unit", {0x41, 0xD800}, 1, 1, {0x41}},
+};
+
+TEST(UnicodeEncode, UTF16TableBothKernelOrdersUCS4AndStopsWhenTheTargetIsFull)
 {
+    for (const auto& c : kUTF16Cases) {
+        SCOPED_TRACE(c.what);
+        const Outcome<unsigned char> expected{c.rc, c.read, c.out};
+        EXPECT_EQ(run<unsigned char>(UC::convertFromUTF16, c.in, 16), expected);
+        for (bool bigEndian : {false, true})
+            EXPECT_EQ(run<unsigned char>(kernelFrom(bigEndian), pairsOf(c.in, bigEndian), 16), expected) << bigEndian;
+    }
+
+    // UCS-4 takes up to six bytes and replaces the rest.
+    const std::pair<unsigned int, Bytes> cases[] = {
+        {0x7F, {0x7F}}, {0x80, {0xC2, 0x80}}, {0x7FF, {0xDF, 0xBF}}, {0x800, {0xE0, 0xA0, 0x80}},
+        {0xD800, {0xED, 0xA0, 0x80}}, {0xFFFF, {0xEF, 0xBF, 0xBF}}, {0x10000, {0xF0, 0x90, 0x80, 0x80}},
+        {0x1FFFFF, {0xF7, 0xBF, 0xBF, 0xBF}}, {0x200000, {0xF8, 0x88, 0x80, 0x80, 0x80}},
+        {0x3FFFFFF, {0xFB, 0xBF, 0xBF, 0xBF, 0xBF}}, {0x4000000, {0xFC, 0x84, 0x80, 0x80, 0x80, 0x80}},
+        {0x7FFFFFFF, {0xFD, 0xBF, 0xBF, 0xBF, 0xBF, 0xBF}}, {0x80000000, {0xEF, 0xBF, 0xBD}},
+        {0xFFFFFFFF, {0xEF, 0xBF, 0xBD}},
+    };
+    for (const auto& [value, bytes] : cases)
+        EXPECT_EQ(run<unsigned char>(UC::convertFromUCS4, Ucs4{value}, 8), (Outcome<unsigned char>{0, 1, bytes}))
+            << std::hex << value;
+    EXPECT_EQ(run<unsigned char>(UC::convertFromUCS4, Ucs4{0x800}, 2), (Outcome<unsigned char>{3, 0, {}}));
+
+    // Every converter stops before the character that does not fit.
     const Ucs4 text = {0x41, 0xE9, 0x3A9, 0x416, 0x20AC, 0x4E2D, 0x1F600, 0x7A};
     const auto one = [](unsigned int cp) { return Ucs4{cp}; };
     const auto sourceByte = [](unsigned int cp) { return Chars{static_cast<signed char>(cp)}; };
