@@ -69,7 +69,7 @@ void run_step(S& s, int step)
     }
 }
 
-TEST(AdpString, StandardSurfaceMatchesStdString)
+TEST(AdpString, StandardSurfaceMatchesStdStringAllocatorsAndViews)
 {
     uvt_adp::string mine;
     std::string model;
@@ -82,10 +82,8 @@ TEST(AdpString, StandardSurfaceMatchesStdString)
             ASSERT_EQ(sign(mine.compare(2, 3, uvt_adp::string("ick"))), sign(model.compare(2, 3, "ick")));
     }
     EXPECT_EQ(adaptor_allocator().live_blocks(), 0u);
-}
 
-TEST(AdpString, ConstructorsWithoutAllocatorUseTheAdaptorAllocatorViewsAndConcatenations)
-{
+    // Constructors without allocator use the adaptor allocator.
     counting_allocator& a = adaptor_allocator();
     const unsigned long before = a.attempts();
     {

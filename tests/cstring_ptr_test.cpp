@@ -17,7 +17,7 @@ namespace {
 
 using uvt_test::counting_allocator;
 
-TEST(CStringPtr, CountedCopiesShareOneBlockLiteralsAreNotCountedAndFailures)
+TEST(CStringPtr, CountedCopiesShareOneBlockLiteralsAreNotCountedFailuresAndConcurrentCopies)
 {
     counting_allocator a;
     {
@@ -51,13 +51,11 @@ TEST(CStringPtr, CountedCopiesShareOneBlockLiteralsAreNotCountedAndFailures)
     EXPECT_THROW(uvt::wcstring_ptr(static_cast<const wchar_t*>(nullptr), a), uvt::null_pointer);
     a.fail_at(1);
     EXPECT_THROW(uvt::cstring_ptr("x", a), uvt::bad_alloc);
-}
 
-TEST(CStringPtr, ConcurrentCopiesBalance)
-{
-    counting_allocator a;
+    // Concurrent copies balance.
+    counting_allocator b;
     {
-        uvt::cstring_ptr shared("shared", a);
+        uvt::cstring_ptr shared("shared", b);
         std::vector<std::thread> threads;
         for (int t = 0; t < 4; ++t)
             threads.emplace_back([shared] {
@@ -70,7 +68,7 @@ TEST(CStringPtr, ConcurrentCopiesBalance)
             t.join();
         EXPECT_EQ(shared.use_count(), 1u);
     }
-    EXPECT_EQ(a.live_blocks(), 0u);
+    EXPECT_EQ(b.live_blocks(), 0u);
 }
 
 TEST(CStringPtrDeathTest, CorruptedCounterAborts)

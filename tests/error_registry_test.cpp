@@ -36,7 +36,7 @@ int occurrences(const ErrorCodeImpl* rec)
     return n;
 }
 
-TEST(ErrorRegistry, EveryAccessorRegistersItsRowExactlyOnceAndUnknownNumbersHaveNoText)
+TEST(ErrorRegistry, AccessorsRegisterTheirRowsLaterRegistrationsShadowAndConcurrentOnesLand)
 {
     for (const ErrorRow& row : library_errors) {
         SCOPED_TRACE(row.name);
@@ -66,10 +66,8 @@ TEST(ErrorRegistry, EveryAccessorRegistersItsRowExactlyOnceAndUnknownNumbersHave
     EXPECT_STREQ(uvt::error_code::error_no_to_text(1000093), "Abort flag set");
     EXPECT_STREQ(uvt::error_code::error_no_to_text(1000030), "Unknown");  // reserved for other components
     EXPECT_STREQ(uvt::error_code::error_no_to_text(-1), "Unknown");
-}
 
-TEST(ErrorRegistry, LaterRegistrationShadowsEarlierOnesAndConcurrentOnesAllLand)
-{
+    // A later registration shadows an earlier one and returns the previous head.
     static ErrorCodeImpl older(1000040, "older text", &uvt::generic_category(), "TEST_OLDER");
     static ErrorCodeImpl newer(1000040, "newer text", &uvt::generic_category(), "TEST_NEWER");
     ErrorCodeImpl::link(older);

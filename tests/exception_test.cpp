@@ -521,7 +521,7 @@ TEST_F(ExceptionTest, HostCallbacks)
 
 // --- concurrency ---
 
-TEST_F(ExceptionTest, CopiesOnThreadsDropTheirReferencesConcurrently)
+TEST_F(ExceptionTest, ConcurrentCopiesDropsAndAppends)
 {
     const int before = host().forgotten;
     constexpr int threads = 8, rounds = 20;
@@ -548,21 +548,19 @@ TEST_F(ExceptionTest, CopiesOnThreadsDropTheirReferencesConcurrently)
             w.join();
     }
     EXPECT_EQ(host().forgotten - before, rounds) << "one report per unprocessed exception";
-}
 
-TEST_F(ExceptionTest, ConcurrentAppendsLinkEveryPayloadOnce)
-{
-    constexpr int threads = 6;
+    // Concurrent appends link every payload once.
+    constexpr int appenders = 6;
     exception head = make(60, "head"), contested = make(61, "contested");
     contested.mark_processed();
-    std::vector<exception> heads(threads, head), contested_copies(threads, contested);
+    std::vector<exception> heads(appenders, head), contested_copies(appenders, contested);
     std::vector<exception> own;
-    for (int i = 0; i < threads; ++i)
+    for (int i = 0; i < appenders; ++i)
         own.push_back(make(70 + i, "own"));
     std::atomic<int> won{0}, bad_reads{0};
-    std::barrier appended(threads);
+    std::barrier appended(appenders);
     std::vector<std::thread> workers;
-    for (int i = 0; i < threads; ++i) {
+    for (int i = 0; i < appenders; ++i) {
         workers.emplace_back([&, i] {
             heads[i] << own[i];  // all on one shared tail
             // Readers and the processed flag may overlap with the appends.

@@ -132,7 +132,7 @@ void expect_like_standard_limits()
      ...);
 }
 
-TEST(OstreamFormat, ValuesMatchTheStandardStreamsForEveryFlagWidthAndFill)
+TEST(OstreamFormat, ValuesMatchTheStandardStreamsAndPointersTheCLibrary)
 {
     expect_like_standard_limits<short, unsigned short, int, unsigned, long, unsigned long, long long,
                                 unsigned long long>();
@@ -142,10 +142,8 @@ TEST(OstreamFormat, ValuesMatchTheStandardStreamsForEveryFlagWidthAndFill)
         ASSERT_EQ(with_uvt("-abc", f), with_std("-abc", f)) << f.flags << " " << f.width;
         ASSERT_EQ(with_uvt("", f), with_std("", f)) << f.flags << " " << f.width;
     }
-}
 
-TEST(OstreamFormat, PointersAsTheCLibraryPrintsThemAndManipulators)
-{
+    // Pointers as the C library prints them, and the manipulators.
     int object = 0;
     char expected[32];
     std::snprintf(expected, sizeof expected, "%p", static_cast<void*>(&object));
@@ -308,7 +306,9 @@ void log_event(ios_base::event e, ios_base&, int index)
     event_log->push_back({e, index});
 }
 
-TEST(IosCallbacks, CalledLastRegisteredFirstOnCopyfmtAndDestruction)
+void ignore_event(ios_base::event, ios_base&, int) {}
+
+TEST(IosCallbacks, CalledLastRegisteredFirstTableDoublesAndFailuresLeaveTheTarget)
 {
     events log;
     event_log = &log;
@@ -339,15 +339,10 @@ TEST(IosCallbacks, CalledLastRegisteredFirstOnCopyfmtAndDestruction)
     target.os.setstate(ios_base::failbit);
     EXPECT_THROW(target.os.copyfmt(source.os), ios_base::failure);
     EXPECT_EQ(target.os.exceptions(), ios_base::failbit);
-}
 
-void ignore_event(ios_base::event, ios_base&, int) {}
-
-// The table grows to 1, 2, 4, 8 entries, two blocks per growth from the
-// ios allocator. A failing growth (allocation 1 the functions, 2 the
-// indices) leaves the table and throws its own message.
-TEST(IosCallbacks, TableDoublesAndFailingGrowthsOrCopiesLeaveTheirTarget)
-{
+    // The table grows to 1, 2, 4, 8 entries, two blocks per growth from the
+    // ios allocator. A failing growth (allocation 1 the functions, 2 the
+    // indices) leaves the table and throws its own message.
     auto& global = test_host::instance().global;
     {
         capture_stream s;
@@ -377,17 +372,18 @@ TEST(IosCallbacks, TableDoublesAndFailingGrowthsOrCopiesLeaveTheirTarget)
         }
         EXPECT_EQ(log, (events{{ios_base::erase_event, 1}}));
     }
+    event_log = &log;  // for the erase event of `source`
 
     // A failing copyfmt sets badbit and leaves the target's format.
-    capture_stream source;
-    source.os.register_callback(ignore_event, 1);
-    source.os.iword(0) = 1;
-    source.os.flags(ios_base::oct);
+    capture_stream formatted;
+    formatted.os.register_callback(ignore_event, 1);
+    formatted.os.iword(0) = 1;
+    formatted.os.flags(ios_base::oct);
     for (unsigned long n = 1; n <= 3; ++n) {
         capture_stream target;
         const unsigned long live = global.live_blocks();
         global.fail_at(n);
-        target.os.copyfmt(source.os);
+        target.os.copyfmt(formatted.os);
         global.fail_at(0);
         EXPECT_TRUE(target.os.bad()) << "allocation " << n;
         EXPECT_EQ(target.os.flags(), ios_base::skipws | ios_base::dec) << "allocation " << n;

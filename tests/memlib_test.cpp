@@ -225,22 +225,6 @@ void expect_lengths(const string_routines<C>& f, std::size_t misalignments)
 }
 
 // Then wide strings whose elements lie off their natural alignment.
-TEST(Memlib, LengthsEveryLengthAndMisalignment)
-{
-    expect_lengths(narrow, 16);
-    expect_lengths(wide, 4);
-    alignas(64) static unsigned char bytes[(max_size + 8) * sizeof(wchar_t)];
-    static wchar_t units[max_size + 8];
-    for (std::size_t length : {0ul, 1ul, 5ul, 37ul, 200ul})
-        for (std::size_t offset : {1ul, 2ul, 3ul}) {
-            place_string(units, std::size(units), 0, length);
-            std::memcpy(bytes + offset, units, (length + 1) * sizeof(wchar_t));
-            const auto* s = reinterpret_cast<const wchar_t*>(bytes + offset);
-            EXPECT_EQ(wide.len(s), length) << "+" << offset;
-            EXPECT_EQ(wide.nlen(s, length / 2), length / 2) << "+" << offset;
-        }
-}
-
 // Whether dst holds, at `start`, the string placed by place_string at
 // `from`, with its terminator, and the fill pattern 9 everywhere else.
 template <class C>
@@ -278,8 +262,22 @@ void expect_copies(const string_routines<C>& f, std::size_t longest, std::size_t
             }
 }
 
-TEST(Memlib, CopiesEveryLengthAndMisalignment)
+TEST(Memlib, LengthsAndCopiesEveryLengthAndMisalignment)
 {
+    expect_lengths(narrow, 16);
+    expect_lengths(wide, 4);
+    alignas(64) static unsigned char bytes[(max_size + 8) * sizeof(wchar_t)];
+    static wchar_t units[max_size + 8];
+    for (std::size_t length : {0ul, 1ul, 5ul, 37ul, 200ul})
+        for (std::size_t offset : {1ul, 2ul, 3ul}) {
+            place_string(units, std::size(units), 0, length);
+            std::memcpy(bytes + offset, units, (length + 1) * sizeof(wchar_t));
+            const auto* s = reinterpret_cast<const wchar_t*>(bytes + offset);
+            EXPECT_EQ(wide.len(s), length) << "+" << offset;
+            EXPECT_EQ(wide.nlen(s, length / 2), length / 2) << "+" << offset;
+        }
+
+    // strcat and strcpy, narrow and wide.
     expect_copies(narrow, 130, 16);
     expect_copies(wide, 70, 4);
 }
@@ -331,7 +329,7 @@ void scan_from_every_start(const string_routines<C>& f, std::size_t length)
 
 // Each row: how the strings are placed and their lengths (up to the whole
 // page, where the string starts right after the guard below).
-TEST(Memlib, ScansNearTheEndsOfAPage)
+TEST(Memlib, ScansAndCopiesTouchingTheEdgesOfAPage)
 {
     const struct { int line; void (*scan)(std::size_t length); std::vector<std::size_t> lengths; } rows[] = {
         {__LINE__, [](std::size_t n) { scan_to_page_end(narrow, n); }, every(0ul, 1100ul)},
@@ -349,10 +347,8 @@ TEST(Memlib, ScansNearTheEndsOfAPage)
             if (HasFatalFailure())
                 return;
         }
-}
 
-TEST(Memlib, CopiesTouchingBothEdgesOfAPage)
-{
+    // Copies, moves and fills touching both edges of a page.
     const guarded<unsigned char> page(page_size());
     std::vector<unsigned char> other(max_size + 32);
     for (std::size_t n = 0; n <= max_size; ++n)

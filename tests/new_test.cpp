@@ -101,7 +101,7 @@ TEST(BadAlloc, FailureTypeTextsAndConstructorsNotifyingTheHostUnlessSilentOrACop
 
 // The message lives in the out-of-memory allocator; when that fails, the
 // bad_alloc still knows its number and origin.
-TEST(BadAlloc, MessageLivesInTheOutOfMemoryAllocatorAndSurvivesItsFailures)
+TEST(BadAlloc, OutOfMemoryAllocatorThrowEntryPointsAndTypeHeaders)
 {
     auto& oom = host().oom;
     const unsigned long live_before = oom.live_blocks();
@@ -120,12 +120,9 @@ TEST(BadAlloc, MessageLivesInTheOutOfMemoryAllocatorAndSurvivesItsFailures)
         EXPECT_NE(e.what(), nullptr);
         e.mark_processed();
     });
-}
 
-// Both notify the host once and throw a uvt::bad_alloc that a std::bad_alloc
-// handler catches, with the same what() through both bases.
-TEST(BadAlloc, ThrowEntryPointsTypeHeadersAndBadNumaAlloc)
-{
+    // Both notify the host once and throw a uvt::bad_alloc that a std::bad_alloc
+    // handler catches, with the same what() through both bases.
     const struct { const char* label; void (*thrower)(); const char* file; int line; const char* items; } rows[] = {
         {"throw_uvt_bad_allocation", [] { throw_uvt_bad_allocation(F, 5); }, F, 5, ""},
         {"impl::throwBadAllocation", [] { uvt::impl::throwBadAllocation(12345); }, "uvt/impl/memory", 451, "12345"},

@@ -20,7 +20,7 @@ std::string text_of(const uvt::ostrstream& os)
     return std::string(os.c_str(), os.size());
 }
 
-TEST(Strstream, GrowsThroughItsAllocatorFromTheFirstWriteAndKeepsTheText)
+TEST(Strstream, GrowsThroughItsAllocatorAndSurvivesEveryAllocationFailure)
 {
     counting_allocator a;
     uvt::ostrstream os(a);
@@ -40,12 +40,9 @@ TEST(Strstream, GrowsThroughItsAllocatorFromTheFirstWriteAndKeepsTheText)
     EXPECT_EQ(a.live_blocks(), 1u);
     EXPECT_LT(a.attempts(), 12u) << "growth at least doubles";
     EXPECT_TRUE(os.good());
-}
 
-// Each failing growth drops the characters that do not fit and sets badbit;
-// the stream neither leaks nor loses what it already had.
-TEST(Strstream, AllocationFailureSweep)
-{
+    // Each failing growth drops the characters that do not fit and sets badbit;
+    // the stream neither leaks nor loses what it already had.
     const std::string chunk(100, 'c');
     const unsigned long points = uvt_test::sweep_allocation_failures(
         [&](counting_allocator& a) {

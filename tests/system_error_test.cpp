@@ -25,7 +25,13 @@ std::string text(const uvt::string& s) { return std::string(s.data(), s.size());
 
 // Each category's name and texts: the platform's viewed without copying,
 // and the iostream category's own for its one code.
-TEST(ErrorCategory, NamesTextsIdentityAndEquivalence)
+// A category without a name, to exercise the null-text path of printing.
+class nameless_category : public uvt::error_category {
+public:
+    const char* name() const noexcept override { return nullptr; }
+};
+
+TEST(ErrorCategoryAndCode, NamesTextsEquivalenceClearedAndMadeCodesAndPrinting)
 {
     const struct { const uvt::error_category& category; const char* name; int code; std::string message; } rows[] = {
         {generic_category(), "generic", 2, std::strerror(2)},
@@ -61,16 +67,8 @@ TEST(ErrorCategory, NamesTextsIdentityAndEquivalence)
     EXPECT_FALSE(system_category().equivalent(error_code(5, generic_category()), 5));
     EXPECT_FALSE(system_category().equivalent(error_code(5, system_category()), 6));
     EXPECT_EQ(system_category().default_error_condition(3), error_condition(3, system_category()));
-}
 
-// A category without a name, to exercise the null-text path of printing.
-class nameless_category : public uvt::error_category {
-public:
-    const char* name() const noexcept override { return nullptr; }
-};
-
-TEST(ErrorCode, ClearedAndMadeCodesAndPrinting)
-{
+    // Error codes: cleared ones are the empty error, made ones have their category.
     error_code ec;
     EXPECT_FALSE(ec.is_valid());
     EXPECT_STREQ(ec.text(), "Default constructed empty exception object");
@@ -94,7 +92,7 @@ TEST(ErrorCode, ClearedAndMadeCodesAndPrinting)
 
     // "text:value", the value unsigned in octal and hex; a null text sets badbit.
     static const nameless_category nameless;
-    const struct { error_code code; uvt::ios_base::fmtflags base; const char* text; bool bad; } rows[] = {
+    const struct { error_code code; uvt::ios_base::fmtflags base; const char* text; bool bad; } printed[] = {
         {error_code(-1, generic_category()), uvt::ios_base::dec, "generic:-1", false},
         {error_code(-1, generic_category()), uvt::ios_base::hex, "generic:ffffffff", false},
         {error_code(-1, generic_category()), uvt::ios_base::oct, "generic:37777777777", false},
@@ -102,7 +100,7 @@ TEST(ErrorCode, ClearedAndMadeCodesAndPrinting)
         {uvt__ERR_UVT_OUTOFRANGE(), uvt::ios_base::dec, "Index $IDX$ out of range [$BEG$, $END$):1000003", false},
         {error_code(7, nameless), uvt::ios_base::dec, nullptr, true},
     };
-    for (const auto& row : rows) {
+    for (const auto& row : printed) {
         uvt::ostrstream os(uvt::allocator::global_allocator());
         os.setf(row.base, uvt::ios_base::basefield);
         os << row.code;
