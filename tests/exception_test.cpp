@@ -144,7 +144,7 @@ TEST_F(ExceptionTest, LayoutsOfAChainWithStackOptionsTheCustomPrinterAndTheStrea
 // note of exceptions that lost information to a failed allocation (the
 // payload is allocation 1, the stack area 2, then the messages and
 // arguments in order).
-TEST_F(ExceptionTest, ThrowLocationsAndStatusNotes)
+TEST_F(ExceptionTest, ThrowLocationsStatusNotesAndTheFixedTextWithoutPayload)
 {
     uvt_test::counting_allocator a;
     exception suppressed("f.cpp", 1, 1, "t", exception::CALLER_SUPPRESS_STACK_TRACE);
@@ -195,21 +195,18 @@ TEST_F(ExceptionTest, ThrowLocationsAndStatusNotes)
             EXPECT_EQ(printed(row.e, long_form), row.notes);
         row.e.mark_processed();
     }
-}
 
-// --- the fixed text of an exception without payload ---
-
-TEST_F(ExceptionTest, FixedTextWhenThePayloadIsMissing)
-{
-    uvt_test::counting_allocator a;
-    a.fail_at(1);
+    // Without a payload an exception still knows its number, file and line,
+    // and shows them in a fixed text.
+    uvt_test::counting_allocator failing;
+    failing.fail_at(1);
     const std::string path = "/very/long/" + std::string(70, 'd') + "/tail.cpp";
-    exception e(a, path.c_str(), 1234567, uvt__ERR_UVT_OUTOFRANGE(), nullptr);
-    e << message_argument<int>("IDX", 1) << uvt::error_message("x.cpp", 1, 1, "lost");
-    EXPECT_EQ(e.data(), nullptr);
-    EXPECT_EQ(e.error_no(), 1000003);
-    EXPECT_EQ(e.line(), 1234567);
-    EXPECT_STREQ(e.file().get(), path.c_str());
+    exception payloadless(failing, path.c_str(), 1234567, uvt__ERR_UVT_OUTOFRANGE(), nullptr);
+    payloadless << message_argument<int>("IDX", 1) << uvt::error_message("x.cpp", 1, 1, "lost");
+    EXPECT_EQ(payloadless.data(), nullptr);
+    EXPECT_EQ(payloadless.error_no(), 1000003);
+    EXPECT_EQ(payloadless.line(), 1234567);
+    EXPECT_STREQ(payloadless.file().get(), path.c_str());
 
     std::string expected = "exception: no.             (                                                "
                            "                :      ). No further info because of bad allocation in "
@@ -218,11 +215,11 @@ TEST_F(ExceptionTest, FixedTextWhenThePayloadIsMissing)
     expected.replace(15, 11, "    1000003");
     expected.replace(28, 64, path.substr(path.size() - 64));
     expected.replace(93, 6, "234567");
-    EXPECT_EQ(e.what(), expected);
-    EXPECT_EQ(printed(e), expected + "\n");
+    EXPECT_EQ(payloadless.what(), expected);
+    EXPECT_EQ(printed(payloadless), expected + "\n");
 
-    a.fail_at(1);
-    exception small(a, "short.cpp", 7, uvt__ERR_UVT_LOGIC(), nullptr);
+    failing.fail_at(1);
+    exception small(failing, "short.cpp", 7, uvt__ERR_UVT_LOGIC(), nullptr);
     expected.replace(15, 11, "    1000014");
     expected.replace(28, 64, std::string(55, ' ') + "short.cpp");
     expected.replace(93, 6, "     7");
@@ -248,7 +245,7 @@ std::string long_dump()
 
 // How each kind of argument is written into "v=$V$"; texts that define
 // nothing leave the placeholder.
-TEST_F(ExceptionTest, ArgumentTexts)
+TEST_F(ExceptionTest, ArgumentTextsAndLookupAcrossTheChain)
 {
     const struct { int line; void (*add)(exception&); std::string expected; } rows[] = {
         {__LINE__, [](exception& e) { e << message_argument<bool>("V", true); }, "true"},
@@ -281,10 +278,8 @@ TEST_F(ExceptionTest, ArgumentTexts)
         row.add(e);
         EXPECT_EQ(printed(e, long_form), "exception  1: no.1  (demo/unit.cpp:42)\n    v=" + row.expected + "\n");
     }
-}
 
-TEST_F(ExceptionTest, ExceptionArgumentIsItsLongLayoutAndLookupCoversTheChain)
-{
+    // An exception argument is its long layout and marks it processed.
     exception inner = make(5, "inner"), outer = make(6, "outer");
     outer << message_argument<exception>("CAUSE", inner);
     EXPECT_TRUE(inner.is_processed());
@@ -394,7 +389,29 @@ TEST_F(ExceptionTest, AppendingRefusesSecondChainsCyclesAndItselfAndChainsAreFre
 
 // --- registration and host callbacks ---
 
-TEST_F(ExceptionTest, RegistrationKeepsTheHostListInOrder)
+// Unwinds through a cleanup that, inside a critical scope, leaves an
+// exception registered or not.
+void unwind_through_cleanup(bool leak)
+{
+    struct cleanup {
+        bool leak;
+        ~cleanup()
+        {
+            exception inner = make(31, "escaping");
+            inner.mark_processed();
+            uvt::impl::exception_scope_helper<true> scope;
+            if (leak)
+                inner.register_on_thread();
+        }
+    };
+    try {
+        cleanup c{leak};
+        throw 1;
+    } catch (int) {
+    }
+}
+
+TEST_F(ExceptionTest, RegistrationOrderAndHostCallbacks)
 {
     exception a = make(1, "a"), b = make(2, "b"), c = make(3, "c");
     a.register_on_thread();
@@ -421,48 +438,9 @@ TEST_F(ExceptionTest, RegistrationKeepsTheHostListInOrder)
         d.register_on_thread();
         d.mark_processed();
     }  // the destructor unregisters
-}
 
-using ExceptionDeathTest = ExceptionTest;
-
-TEST_F(ExceptionDeathTest, RegisteringTheHeadAgainOrReturningFromAThrowAborts)
-{
-    EXPECT_DEATH(
-        {
-            exception e = make(1, "x");
-            host().register_exception(e);  // head without the object knowing
-            e.register_on_thread_();
-        },
-        "Infinite recursion on exc");
-    EXPECT_DEATH(uvt::impl::throw_check_base::throw_returned(), "Throwing an exception returned, aborting");
-}
-
-// Unwinds through a cleanup that, inside a critical scope, leaves an
-// exception registered or not.
-void unwind_through_cleanup(bool leak)
-{
-    struct cleanup {
-        bool leak;
-        ~cleanup()
-        {
-            exception inner = make(31, "escaping");
-            inner.mark_processed();
-            uvt::impl::exception_scope_helper<true> scope;
-            if (leak)
-                inner.register_on_thread();
-        }
-    };
-    try {
-        cleanup c{leak};
-        throw 1;
-    } catch (int) {
-    }
-}
-
-// What the host hears of, by scenario: forgotten, caught and unhandled
-// exceptions, and the error number last reported (-1: none).
-TEST_F(ExceptionTest, HostCallbacks)
-{
+    // What the host hears of, by scenario: forgotten, caught and unhandled
+    // exceptions, and the error number last reported (-1: none).
     const struct { const char* label; int forgotten, caught, unhandled, last_error_no; void (*scenario)(); } rows[] = {
         {"the last unprocessed copy is forgotten", 1, 0, 0, 11,
          [] {
@@ -517,6 +495,20 @@ TEST_F(ExceptionTest, HostCallbacks)
         EXPECT_EQ(host().unhandled - unhandled, row.unhandled);
         EXPECT_EQ(host().last_error_no, row.last_error_no);
     }
+}
+
+using ExceptionDeathTest = ExceptionTest;
+
+TEST_F(ExceptionDeathTest, RegisteringTheHeadAgainOrReturningFromAThrowAborts)
+{
+    EXPECT_DEATH(
+        {
+            exception e = make(1, "x");
+            host().register_exception(e);  // head without the object knowing
+            e.register_on_thread_();
+        },
+        "Infinite recursion on exc");
+    EXPECT_DEATH(uvt::impl::throw_check_base::throw_returned(), "Throwing an exception returned, aborting");
 }
 
 // --- concurrency ---

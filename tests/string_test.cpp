@@ -144,10 +144,19 @@ TEST(StringSharing, CopiesReleasedConcurrently)
     EXPECT_EQ(a.live_blocks(), 0u);
 }
 
+const char* const long_literal =
+    "0123456789012345678901234567890123456789012345678901234567890123456789"
+    "0123456789012345678901234567890123456789012345678901234567890123456789";
+
+std::string rvalue_text_of(const std::function<void()>& change)
+{
+    return uvt_test::caught<uvt::rvalue_error>(change).get_msgarg_by_name("STR");
+}
+
 // Random operations on a pool of strings over two allocators, compared after
 // every step with the same operations on std::string. Copies, self-appends,
 // own substrings and swaps exercise sharing and aliasing.
-TEST(StringModel, RandomOperationsFindAndCompareMatchStdString)
+TEST(StringModel, RandomOperationsMatchStdStringAndViewsRefuseEveryChange)
 {
     counting_allocator a, b;
     {
@@ -205,19 +214,9 @@ TEST(StringModel, RandomOperationsFindAndCompareMatchStdString)
         EXPECT_EQ(s.compare(other) < 0, hay.compare(other) < 0) << other;
     EXPECT_TRUE(s == hay.c_str());
     EXPECT_TRUE(uvt::string("a", uvt::allocator::global_allocator()) < s);
-}
 
-const char* const long_literal =
-    "0123456789012345678901234567890123456789012345678901234567890123456789"
-    "0123456789012345678901234567890123456789012345678901234567890123456789";
-
-std::string rvalue_text_of(const std::function<void()>& change)
-{
-    return uvt_test::caught<uvt::rvalue_error>(change).get_msgarg_by_name("STR");
-}
-
-TEST(StringViews, ViewTheTextWithoutCopyingAndRefuseEveryChangeWithTheTextCutTo127Characters)
-{
+    // Views show the text without copying and refuse every change, reporting
+    // the text cut to 127 characters.
     const uvt::string view{uvt::string_retval(long_literal)};
     EXPECT_EQ(view.data(), long_literal);
     EXPECT_TRUE(view.is_rvalue());
@@ -237,8 +236,8 @@ TEST(StringViews, ViewTheTextWithoutCopyingAndRefuseEveryChangeWithTheTextCutTo1
     EXPECT_EQ(target.data(), long_literal) << "a view takes a longer view's text";
 
     // Every change of a view is refused with the text cut to 127 characters.
-    counting_allocator a;
-    uvt::string other(repeat(50).c_str(), a);
+    counting_allocator views;
+    uvt::string other(repeat(50).c_str(), views);
     const std::vector<std::function<void()>> changes = {
         [&] { target = other; },          [&] { target = "short"; },        [&] { target.append("x"); },
         [&] { target.push_back('x'); },   [&] { target.insert(0, "x"); },   [&] { target.replace(0, 1, "x"); },
@@ -250,13 +249,13 @@ TEST(StringViews, ViewTheTextWithoutCopyingAndRefuseEveryChangeWithTheTextCutTo1
         EXPECT_EQ(rvalue_text_of(changes[k]), std::string(long_literal, 127)) << "change " << k;
     EXPECT_EQ(target.data(), long_literal);
     EXPECT_EQ(text(other), repeat(50));
-    EXPECT_EQ(a.live_blocks(), 1u) << "nothing allocated for a refused change";
+    EXPECT_EQ(views.live_blocks(), 1u) << "nothing allocated for a refused change";
 
     uvt::wstring wide{uvt::wstring_retval(L"a\u00e9\u20acz")};
     EXPECT_EQ(rvalue_text_of([&] { wide.push_back(L'x'); }), "a\xe9?z") << "units above 0xFF as question marks";
 }
 
-TEST(StringLengths, ImpossibleLengthsThrowBeforeAllocatingAndPositionsAreChecked)
+TEST(StringLengthsAndSums, ImpossibleLengthsThrowFirstAndSumsAllocateOnce)
 {
     counting_allocator a;
     uvt::string s("abc", a);
@@ -282,40 +281,38 @@ TEST(StringLengths, ImpossibleLengthsThrowBeforeAllocatingAndPositionsAreChecked
     EXPECT_STREQ(e.get_msgarg_by_name("END"), "4");
     EXPECT_THROW(s[3] = 'x', uvt::out_of_range);
     EXPECT_EQ(std::as_const(s)[3], '\0');
-}
 
-TEST(StringConcatenation, BuildsTheResultWithOneAllocationEvenFromItself)
-{
-    counting_allocator a;
-    const uvt::string left(repeat(30, 'l').c_str(), a), right(repeat(30, 'r').c_str(), a);
-    EXPECT_EQ(a.attempts(), 0u);
+    // A sum builds its result with one allocation, even from the target itself.
+    counting_allocator sums;
+    const uvt::string left(repeat(30, 'l').c_str(), sums), right(repeat(30, 'r').c_str(), sums);
+    EXPECT_EQ(sums.attempts(), 0u);
 
-    const uvt::string sum(left + "-" + right + '!' + left, a);
-    EXPECT_EQ(a.attempts(), 1u);
+    const uvt::string sum(left + "-" + right + '!' + left, sums);
+    EXPECT_EQ(sums.attempts(), 1u);
     EXPECT_EQ(sum.capacity(), 92u) << "reserved exactly";
     EXPECT_EQ(text(sum), text(left) + "-" + text(right) + "!" + text(left));
 
-    uvt::string target(repeat(45).c_str(), a);
-    const unsigned long before = a.attempts();
+    uvt::string target(repeat(45).c_str(), sums);
+    const unsigned long before = sums.attempts();
     target = left + right;
-    EXPECT_EQ(a.attempts(), before + 1) << "built once, then shared";
+    EXPECT_EQ(sums.attempts(), before + 1) << "built once, then shared";
     EXPECT_EQ(text(target), text(left) + text(right));
 
     // A string may appear in its own sum.
-    uvt::string s(repeat(30).c_str(), a);
-    s = s + "|" + s;
-    EXPECT_EQ(text(s), repeat(30) + "|" + repeat(30));
-    s.append('<' + s + '>');
-    EXPECT_EQ(text(s), repeat(30) + "|" + repeat(30) + "<" + repeat(30) + "|" + repeat(30) + ">");
-    uvt::wstring w(L"ab", a);
-    w.append(w + L"c" + L'd');
-    EXPECT_STREQ(w.c_str(), L"ababcd");
+    uvt::string self(repeat(30).c_str(), sums);
+    self = self + "|" + self;
+    EXPECT_EQ(text(self), repeat(30) + "|" + repeat(30));
+    self.append('<' + self + '>');
+    EXPECT_EQ(text(self), repeat(30) + "|" + repeat(30) + "<" + repeat(30) + "|" + repeat(30) + ">");
+    uvt::wstring wide(L"ab", sums);
+    wide.append(wide + L"c" + L'd');
+    EXPECT_STREQ(wide.c_str(), L"ababcd");
 
     // A sum that views the target's own characters: growing the target frees
     // its block before the operands are read, unless the sum is built first.
-    const uvt::string prefix("<", a);
+    const uvt::string prefix("<", sums);
     for (std::size_t length : {20ul, 39ul, 50ul}) {
-        uvt::string t(repeat(length).c_str(), a);
+        uvt::string t(repeat(length).c_str(), sums);
         t.shrink_to_fit();
         const std::string before = text(t);
         t.append(prefix + (t.c_str() + 1) + '>');
@@ -325,7 +322,7 @@ TEST(StringConcatenation, BuildsTheResultWithOneAllocationEvenFromItself)
 
 // Each operation runs with every one of its allocations failing in turn:
 // the string must be unchanged after a failure, and nothing may leak.
-TEST(StringFailures, EveryMutatingOperationLeavesTheStringUnchanged)
+TEST(StringFailuresAndOutput, FailedOperationsLeaveTheStringAndOutputIsOneField)
 {
     using op = std::function<void(uvt::string& target, const uvt::string& other)>;
     const std::vector<std::pair<const char*, op>> operations = {
@@ -360,10 +357,8 @@ TEST(StringFailures, EveryMutatingOperationLeavesTheStringUnchanged)
         }
         EXPECT_GE(points, 3u) << name << ": the targets and the operation allocate";
     }
-}
 
-TEST(StringOutput, NarrowAndWideStringsAsOneField)
-{
+    // Narrow and wide strings are written as one field.
     uvt::allocator& a = uvt::allocator::global_allocator();
     uvt_test::string_ostream os;
     os << uvt::setw(6) << uvt::string("ab", a) << '|' << uvt::left << uvt::setw(5) << uvt::wstring(L"\u00e9", a)

@@ -178,7 +178,40 @@ void expectParsed(const Row& row, const std::basic_string<C>& s)
     EXPECT_EQ(errno, row.error) << "line " << row.line;
 }
 
-TEST(StrToD, EdgeCases)
+// Relative distance of a long double from the expected value, in units of
+// 2^-64 (about one unit in the last place).
+double relativeUnits(long double value, long double expected)
+{
+    return double(std::fabs(value / expected - 1) * 0x1p64L);
+}
+
+// The product (2^64 + t) * 2^10 for the first odd t that makes it a whole
+// number times 10^10: a tie between two long doubles, written with at most
+// 17 significant digits.
+std::string longDoubleTie(unsigned __int128& below)
+{
+    constexpr unsigned __int128 five10 = 9765625;
+    unsigned __int128 t = 1;
+    const unsigned __int128 two64 = static_cast<unsigned __int128>(1) << 64;
+    while ((two64 + t) % five10)
+        t += 2;
+    below = (two64 + t - 1) << 10;
+    return std::to_string(std::uint64_t((two64 + t) / five10)) + "e10";
+}
+
+// A random text of 1 to 17 significant digits with the point anywhere and
+// an exponent that keeps the value well inside the double range.
+std::string randomDecimal(std::mt19937_64& rng)
+{
+    const int digits = 1 + int(rng() % 17);
+    std::string text(1, char('1' + rng() % 9));
+    for (int k = 1; k < digits; ++k)
+        text += char('0' + rng() % 10);
+    text.insert(rng() % std::size_t(digits + 1), ".");
+    return text + "e" + std::to_string(int(rng() % 591) - 290);
+}
+
+TEST(StrToD, EdgeCasesLongDoubleFloatAndAgreementWithGlibc)
 {
     const Row rows[] = {
         {__LINE__, "12", 12, 3, 0, 0},  // one past the first unused character
@@ -227,43 +260,8 @@ TEST(StrToD, EdgeCases)
         expectParsed(row, widened(row.text));
     }
     expectParsed({__LINE__, "", 7, 2, 0, 0}, std::wstring{L'7', wchar_t(0x10031)});  // wide codes above bytes are no digits
-}
 
-// Relative distance of a long double from the expected value, in units of
-// 2^-64 (about one unit in the last place).
-double relativeUnits(long double value, long double expected)
-{
-    return double(std::fabs(value / expected - 1) * 0x1p64L);
-}
-
-// The product (2^64 + t) * 2^10 for the first odd t that makes it a whole
-// number times 10^10: a tie between two long doubles, written with at most
-// 17 significant digits.
-std::string longDoubleTie(unsigned __int128& below)
-{
-    constexpr unsigned __int128 five10 = 9765625;
-    unsigned __int128 t = 1;
-    const unsigned __int128 two64 = static_cast<unsigned __int128>(1) << 64;
-    while ((two64 + t) % five10)
-        t += 2;
-    below = (two64 + t - 1) << 10;
-    return std::to_string(std::uint64_t((two64 + t) / five10)) + "e10";
-}
-
-// A random text of 1 to 17 significant digits with the point anywhere and
-// an exponent that keeps the value well inside the double range.
-std::string randomDecimal(std::mt19937_64& rng)
-{
-    const int digits = 1 + int(rng() % 17);
-    std::string text(1, char('1' + rng() % 9));
-    for (int k = 1; k < digits; ++k)
-        text += char('0' + rng() % 10);
-    text.insert(rng() % std::size_t(digits + 1), ".");
-    return text + "e" + std::to_string(int(rng() % 591) - 290);
-}
-
-TEST(StrToD, LongDoubleFloatAndAgreementWithGlibc)
-{
+    // Long double and float.
     const char* stop;
     EXPECT_EQ(uvt::strtold("12345678901234567", &stop), 12345678901234567.0L);
     EXPECT_EQ(stop, "12345678901234567" + 18);
