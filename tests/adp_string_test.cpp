@@ -69,7 +69,7 @@ void run_step(S& s, int step)
     }
 }
 
-TEST(AdpString, StandardSurfaceMatchesStdStringAllocatorsAndViews)
+TEST(AdpString, StandardSurfaceAllocatorsViewsRangeErrorsAndConversions)
 {
     uvt_adp::string mine;
     std::string model;
@@ -122,10 +122,8 @@ TEST(AdpString, StandardSurfaceMatchesStdStringAllocatorsAndViews)
     EXPECT_EQ(text(joined), "left, right.");
     joined += " " + left + right;
     EXPECT_EQ(text(joined), "left, right. leftright");
-}
 
-TEST(AdpString, PositionsOutOfRangeAndConversionBetweenTheWidths)
-{
+    // Positions out of range report the value and the bounds.
     const struct { const char* name; void (*operation)(uvt_adp::string& s); const char *idx, *beg, *end; } cases[] = {
         {"substr", [](uvt_adp::string& s) { (void)s.substr(6); }, "6", "0", "6"},
         {"erase", [](uvt_adp::string& s) { s.erase(7); }, "7", "0", "6"},

@@ -73,7 +73,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Paths, Crc32Path, ::testing::Values(path::instruction, path::tables),
                          [](const auto& info) { return info.param == path::instruction ? "instruction" : "tables"; });
 
-TEST_P(Crc32Path, CheckValuesAndIeeeMatchesZlibAtEveryLengthAlignmentAndSplit)
+TEST_P(Crc32Path, CheckValuesIeeeAgainstZlibAndCastagnoliAgainstTheBitwiseReference)
 {
     uvt::CRC32 ieee;
     ieee.putblock(reinterpret_cast<const unsigned char*>("123456789"), 9);
@@ -102,10 +102,8 @@ TEST_P(Crc32Path, CheckValuesAndIeeeMatchesZlibAtEveryLengthAlignmentAndSplit)
     EXPECT_EQ(crc.value(), 0u);
     crc.putblock(nullptr, 0);
     EXPECT_EQ(crc.value(), 0u);
-}
 
-TEST_P(Crc32Path, CastagnoliWordsAndBytesMatchTheBitwiseReference)
-{
+    // Castagnoli words and bytes against the bitwise reference.
     for (std::size_t words : kWordCounts) {
         const auto data = random_bytes(rng, 8 * words + 8);
         std::vector<std::uint64_t> w64(words + 1);
@@ -129,7 +127,7 @@ TEST_P(Crc32Path, CastagnoliWordsAndBytesMatchTheBitwiseReference)
     }
 }
 
-TEST_P(Crc32Path, ByteOverloadPadsAPartialWordWithFFAndWordOverloadsAreLittleEndian)
+TEST_P(Crc32Path, ByteAndWordOverloadsStridedWordsAndCombining)
 {
     const auto data = random_bytes(rng, 64);
     for (std::size_t len = 0; len <= 40; ++len) {
@@ -147,10 +145,8 @@ TEST_P(Crc32Path, ByteOverloadPadsAPartialWordWithFFAndWordOverloadsAreLittleEnd
         EXPECT_EQ(uvt::crc32(0xFFFFFFFF, value), bitwise(0xFFFFFFFF, bytes_of(&value, 1)));
         EXPECT_EQ(uvt::crc32(0xFFFFFFFF, value), uvt::crc32(0xFFFFFFFF, reinterpret_cast<const char*>(&value), 4));
     }
-}
 
-TEST_P(Crc32Path, StridedWordsFoldTheSelectedPeriodsFromAnAlignedStart)
-{
+    // The strided walk folds the selected periods.
     const struct { std::size_t words, take, skip, start; std::vector<std::size_t> folded; } cases[] = {
         {10, 2, 3, 0, {0, 1, 5, 6}},  // two whole periods
         {10, 2, 3, 4, {4, 5}},        // starts in a skip region, still folds take words
@@ -183,22 +179,21 @@ TEST_P(Crc32Path, StridedWordsFoldTheSelectedPeriodsFromAnAlignedStart)
         EXPECT_STREQ(e.what(), "Invalid alignment $ALM$ (8 expected)");
         EXPECT_EQ(std::string(e.get_msgarg_by_name("ALM")), std::to_string(misalignment));
     }
-}
 
-TEST_P(Crc32Path, CombineEqualsTheCrcOfTheConcatenation)
-{
-    const auto data = random_bytes(rng, 3000);
-    std::uniform_int_distribution<std::size_t> split_at(0, data.size());
+    // Combining equals the CRC of the concatenation.
+    const auto joined = random_bytes(rng, 3000);
+    std::uniform_int_distribution<std::size_t> split_at(0, joined.size());
     for (int round = 0; round < 50; ++round) {
         const std::size_t split = split_at(rng);
-        const std::vector<unsigned char> a(data.begin(), data.begin() + split), b(data.begin() + split, data.end());
+        const std::vector<unsigned char> a(joined.begin(), joined.begin() + split),
+            b(joined.begin() + split, joined.end());
         const auto raw_a = ~uvt::crc32C_iSCSI(0, a.data(), a.size());
         const auto raw_b = ~uvt::crc32C_iSCSI(0, b.data(), b.size());
         EXPECT_EQ(uvt::crc32_combine(raw_a, raw_b, b.size(), kCastagnoli),
-                  ~uvt::crc32C_iSCSI(0, data.data(), data.size()))
+                  ~uvt::crc32C_iSCSI(0, joined.data(), joined.size()))
             << split;
         EXPECT_EQ(uvt::crc32_combine(bitwise(0xFFFFFFFF, a, kIeee), bitwise(0xFFFFFFFF, b, kIeee), b.size(), kIeee),
-                  bitwise(0xFFFFFFFF, data, kIeee));
+                  bitwise(0xFFFFFFFF, joined, kIeee));
     }
     EXPECT_EQ(uvt::crc32_combine(0x11111111, 0xDEADBEEF, 0, kCastagnoli), 0x11111111u);
 }

@@ -17,7 +17,7 @@ namespace {
 
 using uvt_test::counting_allocator;
 
-TEST(CStringPtr, CountedCopiesShareOneBlockLiteralsAreNotCountedFailuresAndConcurrentCopies)
+TEST(CStringPtr, CountedCopiesLiteralsFailuresConcurrentCopiesAndComponentNames)
 {
     counting_allocator a;
     {
@@ -69,6 +69,14 @@ TEST(CStringPtr, CountedCopiesShareOneBlockLiteralsAreNotCountedFailuresAndConcu
         EXPECT_EQ(shared.use_count(), 1u);
     }
     EXPECT_EQ(b.live_blocks(), 0u);
+
+    // Component names: the named range and the unknown ones.
+    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{0}), "Unspecified");
+    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{2}), "Memory");
+    for (unsigned n = 0; n <= 32; ++n)
+        EXPECT_STRNE(uvt::getVELAComponentName(uvt::vela_component{n}), "Unknown component") << n;
+    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{33}), "Unknown component");
+    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{0xffffffffu}), "Unknown component");
 }
 
 TEST(CStringPtrDeathTest, CorruptedCounterAborts)
@@ -80,16 +88,6 @@ TEST(CStringPtrDeathTest, CorruptedCounterAborts)
     *counter = 5;  // tag destroyed
     EXPECT_DEATH({ uvt::cstring_ptr copy = p; }, "");
     *counter = saved;
-}
-
-TEST(ComponentNames, NamedRangeAndUnknown)
-{
-    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{0}), "Unspecified");
-    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{2}), "Memory");
-    for (unsigned n = 0; n <= 32; ++n)
-        EXPECT_STRNE(uvt::getVELAComponentName(uvt::vela_component{n}), "Unknown component") << n;
-    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{33}), "Unknown component");
-    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{0xffffffffu}), "Unknown component");
 }
 
 } // namespace

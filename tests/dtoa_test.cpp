@@ -63,8 +63,31 @@ std::string text(double value, int ndigits, std::size_t len = uvt::dtoa_buffer_s
     return result ? result : "(null)";
 }
 
+// The digits as a number; a carry into a new digit counts as one step.
+bool withinOneLastDigit(const Digits& a, const Digits& b)
+{
+    const long x = std::atol(a.digits.c_str()), y = std::atol(b.digits.c_str());
+    if (a.decpt == b.decpt)
+        return std::labs(x - y) <= 1;
+    const Digits& low = a.decpt < b.decpt ? a : b;
+    const Digits& high = a.decpt < b.decpt ? b : a;
+    return high.decpt == low.decpt + 1 && low.digits.find_first_not_of('9') == std::string::npos &&
+           high.digits.find_first_not_of('0', 1) == std::string::npos && high.digits[0] == '1';
+}
+
+double randomDouble(std::mt19937_64& rng)
+{
+    for (;;) {
+        const std::uint64_t bits = rng();
+        double value;
+        std::memcpy(&value, &bits, sizeof value);
+        if (std::isfinite(value))
+            return value;
+    }
+}
+
 // The special values only as far as a buffer of `len` characters holds them.
-TEST(EcvtRAndDtoa, DigitsPointSignBufferLimitsAndThePlaceOfThePoint)
+TEST(EcvtRAndDtoa, RowsAndAgreementWithGlibc)
 {
     constexpr int failed = -1;
     const struct { int line; double value; int ndigits; std::size_t len; Digits expected; } rows[] = {
@@ -123,36 +146,10 @@ TEST(EcvtRAndDtoa, DigitsPointSignBufferLimitsAndThePlaceOfThePoint)
     };
     for (const auto& row : texts)
         EXPECT_EQ(text(row.value, row.ndigits, row.len), row.text) << "line " << row.line;
-}
 
-// The digits as a number; a carry into a new digit counts as one step.
-bool withinOneLastDigit(const Digits& a, const Digits& b)
-{
-    const long x = std::atol(a.digits.c_str()), y = std::atol(b.digits.c_str());
-    if (a.decpt == b.decpt)
-        return std::labs(x - y) <= 1;
-    const Digits& low = a.decpt < b.decpt ? a : b;
-    const Digits& high = a.decpt < b.decpt ? b : a;
-    return high.decpt == low.decpt + 1 && low.digits.find_first_not_of('9') == std::string::npos &&
-           high.digits.find_first_not_of('0', 1) == std::string::npos && high.digits[0] == '1';
-}
-
-double randomDouble(std::mt19937_64& rng)
-{
-    for (;;) {
-        const std::uint64_t bits = rng();
-        double value;
-        std::memcpy(&value, &bits, sizeof value);
-        if (std::isfinite(value))
-            return value;
-    }
-}
-
-// ecvt_r is at most one unit in the last digit from glibc's correctly rounded
-// digits and nearly always identical; dtoa writes printf's "%.*g" whenever
-// its digits agree with glibc's.
-TEST(EcvtRAndDtoa, AgreeWithGlibc)
-{
+    // ecvt_r is at most one unit in the last digit from glibc's correctly rounded
+    // digits and nearly always identical; dtoa writes printf's "%.*g" whenever
+    // its digits agree with glibc's.
     std::mt19937_64 rng(3);
     constexpr int count = 50000;
     int identical_digits = 0, identical_texts = 0;

@@ -304,7 +304,7 @@ TEST_F(ExceptionTest, ArgumentTextsAndLookupAcrossTheChain)
 
 // --- readers ---
 
-TEST_F(ExceptionTest, ReadersIterationIdentityAndWhatWithAnAllocator)
+TEST_F(ExceptionTest, ReadersWhatWithAnAllocatorAndAppendedChains)
 {
     exception a = make(1, "first $A$");
     a << uvt::error_message("/other/f.cpp", 8, 2, "second");
@@ -344,43 +344,39 @@ TEST_F(ExceptionTest, ReadersIterationIdentityAndWhatWithAnAllocator)
         [&](uvt::allocator& failing) { (void)range.what(failing, false); },
         [](bool threw) { EXPECT_TRUE(threw) << "a text cut short is never returned"; });
     EXPECT_GE(points, 2u);
-}
 
-// --- appended chains ---
-
-// Appending refuses a second chain, a cycle and the exception itself; the
-// payloads of a chain are freed whichever end goes first.
-TEST_F(ExceptionTest, AppendingRefusesSecondChainsCyclesAndItselfAndChainsAreFreedInEitherOrder)
-{
-    exception a = make(1, "a"), b = make(2, "b"), c = make(3, "c");
-    a << b;
-    c << b;  // b is already appended to a
-    b << a;  // would close a cycle
-    a << a;
-    exception a_copy = a;
-    a << a_copy;
-    EXPECT_EQ(a.get_next().get_next().data(), nullptr);
-    EXPECT_EQ(printed(c, short_form) + printed(b, short_form) + printed(a, short_form),
+    // Appending refuses a second chain, a cycle and the exception itself; the
+    // payloads of a chain are freed whichever end goes first.
+    exception first = make(1, "a"), second = make(2, "b"), third = make(3, "c");
+    first << second;
+    third << second;  // second is already appended to first
+    second << first;  // would close a cycle
+    first << first;
+    exception copy = first;
+    first << copy;
+    EXPECT_EQ(first.get_next().get_next().data(), nullptr);
+    EXPECT_EQ(printed(third, short_form) + printed(second, short_form) + printed(first, short_form),
               "exception 3: c\nexception 2: b\nexception 1: a\nexception 2: b\n");
 
     for (bool head_first : {true, false}) {
         SCOPED_TRACE(head_first);
         uvt_test::counting_allocator alloc;
         {
-            auto a = std::make_unique<exception>(alloc, "a.cpp", 1, uvt__ERR_UVT_LOGIC(), nullptr);
-            auto b = std::make_unique<exception>(alloc, "b.cpp", 2, uvt__ERR_UVT_RANGE(), nullptr);
-            exception c(alloc, "c.cpp", 3, uvt__ERR_UVT_DOMAIN(), nullptr);
-            *b << c;   // b -> c
-            *a << *b;  // a -> b -> c
-            a->mark_processed();
-            b->mark_processed();
-            c.mark_processed();
+            auto first = std::make_unique<exception>(alloc, "a.cpp", 1, uvt__ERR_UVT_LOGIC(), nullptr);
+            auto second = std::make_unique<exception>(alloc, "b.cpp", 2, uvt__ERR_UVT_RANGE(), nullptr);
+            exception third(alloc, "c.cpp", 3, uvt__ERR_UVT_DOMAIN(), nullptr);
+            *second << third;   // second -> third
+            *first << *second;  // first -> second -> third
+            first->mark_processed();
+            second->mark_processed();
+            third.mark_processed();
             if (head_first) {
-                a.reset();
-                EXPECT_EQ(printed(*b, short_form), "exception 1000012: Range error\nexception 1000015: Domain error\n");
+                first.reset();
+                EXPECT_EQ(printed(*second, short_form),
+                          "exception 1000012: Range error\nexception 1000015: Domain error\n");
             } else {
-                b.reset();
-                EXPECT_EQ(a->get_next().get_next().error_no(), 1000015);
+                second.reset();
+                EXPECT_EQ(first->get_next().get_next().error_no(), 1000015);
             }
         }
         EXPECT_EQ(alloc.live_blocks(), 0u);

@@ -163,7 +163,7 @@ TEST(OstreamFormat, ValuesMatchTheStandardStreamsAndPointersTheCLibrary)
 // A failing insertion sets badbit and throws ios_base::failure only when
 // badbit is in the mask: its own failure, or the one escaping the buffer.
 // A stream that is not good writes nothing more.
-TEST(IosState, FailingInsertionsSetBadbitAndThrowOnlyByTheMask)
+TEST(IosState, FailingInsertionsSetBadbitTheSentryFlushesAndNoBufferIsBad)
 {
     const struct {
         const char* label;
@@ -213,17 +213,16 @@ TEST(IosState, FailingInsertionsSetBadbitAndThrowOnlyByTheMask)
     EXPECT_TRUE(s.os.fail());
     EXPECT_NO_THROW(s.os.clear());
     EXPECT_TRUE(s.os.good());
-}
 
-TEST(OstreamSentry, TiedStreamIsFlushedBeforeEachInsertionNoBufferIsBadAndUnitbufFlushes)
-{
-    capture_stream tied, s;
-    s.os.tie(&tied.os);
-    s.os << 1 << "x";
+    // The tied stream is flushed before each insertion; a stream without buffer
+    // is bad.
+    capture_stream tied, sentried;
+    sentried.os.tie(&tied.os);
+    sentried.os << 1 << "x";
     EXPECT_EQ(tied.buf.syncs, 2);
-    s.os.tie(&s.os);  // tied to itself: no endless flushing
-    s.os << 2;
-    EXPECT_EQ(s.buf.text, "1x2");
+    sentried.os.tie(&sentried.os);  // tied to itself: no endless flushing
+    sentried.os << 2;
+    EXPECT_EQ(sentried.buf.text, "1x2");
 
     // A stream without a buffer is bad until it gets one.
     uvt::ostream bare(nullptr);
@@ -250,7 +249,7 @@ TEST(OstreamSentry, TiedStreamIsFlushedBeforeEachInsertionNoBufferIsBadAndUnitbu
     EXPECT_TRUE(u.os.bad());
 }
 
-TEST(IosStorage, IwordAndPwordGrowOnDemandAndKeepTheirValues)
+TEST(IosStorage, IwordAndPwordGrowOnDemandAndThreadsGetDistinctIndices)
 {
     const int a = ios_base::xalloc();
     const int b = ios_base::xalloc();
@@ -267,12 +266,9 @@ TEST(IosStorage, IwordAndPwordGrowOnDemandAndKeepTheirValues)
     s.os.iword(-1) = 5;  // scratch slot
     EXPECT_TRUE(s.os.bad());
     EXPECT_EQ(s.os.iword(a), 17);
-}
 
-// xalloc and the ios_base allocator are shared by all threads; streams on
-// different threads are independent.
-TEST(IosStorage, ThreadsGetDistinctIndicesAndIndependentStreams)
-{
+    // xalloc and the ios_base allocator are shared by all threads; streams on
+    // different threads are independent.
     constexpr int threads = 4, per_thread = 500;
     std::vector<std::vector<int>> indices(threads);
     std::vector<std::string> texts(threads);

@@ -373,9 +373,28 @@ TEST(Memlib, ScansAndCopiesTouchingTheEdgesOfAPage)
 }
 
 // ---------------------------------------------------------------------------
-// strncpy_impl (no C name).
+// strncpy_impl (no C name) and the checked variants.
 
-TEST(MemlibStrncpy, EveryLengthCountAndMisalignmentAndASourceEndingAtTheLastByteOfAPage)
+volatile std::sig_atomic_t segv_count = 0;
+
+// Runs `op` on a destination holding "ab" with a size of `fits` and of
+// `fits - 1` elements: the first must not signal, the second must signal
+// once; both must leave `expected`, terminator and one untouched '#'
+// included.
+template <class C, class Op>
+void check_signalled(std::size_t fits, const std::basic_string<C>& expected, Op op)
+{
+    for (std::size_t size : {fits, fits - 1}) {
+        C dst[64] = {'a', 'b'};
+        std::fill(dst + 3, std::end(dst), C('#'));
+        segv_count = 0;
+        op(dst, size);
+        EXPECT_EQ(segv_count, size < fits ? 1 : 0) << "size " << size;
+        EXPECT_EQ(std::basic_string<C>(dst, expected.size()), expected) << "size " << size;
+    }
+}
+
+TEST(MemlibStrncpy, EveryLengthCountAndMisalignmentThePageEndAndTheCheckedVariants)
 {
     alignas(64) static char src[256 + 2 * margin];
     alignas(64) static char dst[512 + 2 * margin];
@@ -415,45 +434,21 @@ TEST(MemlibStrncpy, EveryLengthCountAndMisalignmentAndASourceEndingAtTheLastByte
     copy[0] = '#';
     EXPECT_EQ(strncpy_impl(copy, page.end(), 0), copy);
     EXPECT_EQ(copy[0], '#');
-}
 
-// ---------------------------------------------------------------------------
-// Checked variants: SIGSEGV when the destination is too small, then the
-// operation anyway.
-
-volatile std::sig_atomic_t segv_count = 0;
-
-// Runs `op` on a destination holding "ab" with a size of `fits` and of
-// `fits - 1` elements: the first must not signal, the second must signal
-// once; both must leave `expected`, terminator and one untouched '#'
-// included.
-template <class C, class Op>
-void check_signalled(std::size_t fits, const std::basic_string<C>& expected, Op op)
-{
-    for (std::size_t size : {fits, fits - 1}) {
-        C dst[64] = {'a', 'b'};
-        std::fill(dst + 3, std::end(dst), C('#'));
-        segv_count = 0;
-        op(dst, size);
-        EXPECT_EQ(segv_count, size < fits ? 1 : 0) << "size " << size;
-        EXPECT_EQ(std::basic_string<C>(dst, expected.size()), expected) << "size " << size;
-    }
-}
-
-TEST(MemlibChecked, RaiseSigsegvAndCarryOn)
-{
+    // The checked variants raise SIGSEGV when the destination is too small,
+    // then do the operation anyway.
     using namespace std::string_literals;
     struct sigaction action{}, previous{};
     action.sa_handler = [](int) { segv_count = segv_count + 1; };
     sigemptyset(&action.sa_mask);
     ASSERT_EQ(sigaction(SIGSEGV, &action, &previous), 0);
-    const char* src = "0123456789";
-    check_signalled(10, "0123456789#"s, [&](char* d, std::size_t size) { __memcpy_chk(d, src, 10, size); });
-    check_signalled(10, "0123456789#"s, [&](char* d, std::size_t size) { __memmove_chk(d, src, 10, size); });
+    const char* digits = "0123456789";
+    check_signalled(10, "0123456789#"s, [&](char* d, std::size_t size) { __memcpy_chk(d, digits, 10, size); });
+    check_signalled(10, "0123456789#"s, [&](char* d, std::size_t size) { __memmove_chk(d, digits, 10, size); });
     check_signalled(7, "zzzzzzz#"s, [&](char* d, std::size_t size) { __memset_chk(d, 'z', 7, size); });
-    check_signalled(14, "0123456789\0\0\0\0#"s, [&](char* d, std::size_t size) { __strncpy_chk(d, src, 14, size); });
-    check_signalled(11, "0123456789\0#"s, [&](char* d, std::size_t size) { __strcpy_chk(d, src, size); });
-    check_signalled(13, "ab0123456789\0#"s, [&](char* d, std::size_t size) { __strcat_chk(d, src, size); });
+    check_signalled(14, "0123456789\0\0\0\0#"s, [&](char* d, std::size_t size) { __strncpy_chk(d, digits, 14, size); });
+    check_signalled(11, "0123456789\0#"s, [&](char* d, std::size_t size) { __strcpy_chk(d, digits, size); });
+    check_signalled(13, "ab0123456789\0#"s, [&](char* d, std::size_t size) { __strcat_chk(d, digits, size); });
     // The wide variants count elements.
     check_signalled(5, L"wide\0#"s, [](wchar_t* d, std::size_t size) { __wcscpy_chk(d, L"wide", size); });
     check_signalled(7, L"abwide\0#"s, [](wchar_t* d, std::size_t size) { __wcscat_chk(d, L"wide", size); });

@@ -112,7 +112,7 @@ private:
     allocator* parent_;
 };
 
-TEST(ProcessWideAllocators, WithoutHostAllAreTheMallocAllocatorAndTempParentsAreSkipped)
+TEST(MallocAllocator, ProcessWideOnesBlockAllocatorsReferencesMalfunctionsAndConcurrency)
 {
     allocator& global = allocator::global_allocator();
     EXPECT_EQ(&global, &allocator::internal_global_allocator());
@@ -129,11 +129,8 @@ TEST(ProcessWideAllocators, WithoutHostAllAreTheMallocAllocatorAndTempParentsAre
     temp_allocator mid(&root), leaf(&mid), orphan(nullptr);
     EXPECT_EQ(leaf.getNonTempParentAllocator(), &root);
     EXPECT_EQ(orphan.getNonTempParentAllocator(), nullptr);
-}
 
-TEST(MallocAllocator, BlockAllocatorsFixTheAlignmentAndLiveByReferences)
-{
-    allocator& global = allocator::global_allocator();
+    // Block allocators fix the alignment.
     struct Case { unsigned long block_size, alignment; };
     for (Case c : {Case{48, 0}, Case{0, 4096}, Case{256, 256}, Case{1, 1}, Case{100, 0}}) {
         auto block = global.createBlockAllocator("blocks", c.block_size, uvt::vela_component{});
@@ -164,10 +161,7 @@ TEST(MallocAllocator, BlockAllocatorsFixTheAlignmentAndLiveByReferences)
     instance.release();
     instance.release();
     instance.deallocate(instance.allocate(8));
-}
 
-TEST(MallocAllocator, MalfunctionCounterFailsFromTheNthAllocationWithTheAllocatorsArguments)
-{
     auto a = private_malloc_allocator();
     a->setMalfunctionStartCounter(3);
     void* first = a->allocateNoThrow(8);
@@ -205,10 +199,8 @@ TEST(MallocAllocator, MalfunctionCounterFailsFromTheNthAllocationWithTheAllocato
     const auto at = text.find("$size$=100");
     EXPECT_NE(at, std::string::npos) << text;
     EXPECT_NE(text.find("$size$=100", at + 1), std::string::npos) << "the size argument appears twice: " << text;
-}
 
-TEST(MallocAllocator, ConcurrentAllocationAndReferences)
-{
+    // Concurrent allocation and references.
     auto shared = private_malloc_allocator();
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)

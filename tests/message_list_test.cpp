@@ -80,9 +80,25 @@ const std::vector<expansion_case> expansion_cases = {
     {__LINE__, "Failed", {{"", "a\nb"}}, "Failed\na\nb\n", "Failed. a\nb"},
 };
 
+uvt::exception plain(const char* text = "text") { return uvt::exception("demo/unit.cpp", 42, 7, text, nullptr); }
+
+// Hands out blocks 8 bytes past a 16-byte boundary.
+class misaligning_allocator : public uvt_test::counting_allocator {
+public:
+    void* allocateNoThrowImpl(unsigned long size, const void* caller) override
+    {
+        auto* p = static_cast<char*>(counting_allocator::allocateNoThrowImpl(size + 8, caller));
+        return p ? p + 8 : nullptr;
+    }
+    void deallocateImpl(void* p, const void* caller) override
+    {
+        counting_allocator::deallocateImpl(p ? static_cast<char*>(p) - 8 : nullptr, caller);
+    }
+};
+
 // Expansion reorders the parameter list; the order it leaves must expand to
 // the same text again, through either sink.
-TEST(Expansion, TableThroughBothSinksAndAgainByteStreamLimitsAndPlainText)
+TEST(MessageList, ExpansionParametersBlockSizesFailuresAndExceptionsWithoutHost)
 {
     for (const expansion_case& c : expansion_cases) {
         SCOPED_TRACE(testing::Message() << "row at line " << c.line);
@@ -119,25 +135,8 @@ TEST(Expansion, TableThroughBothSinksAndAgainByteStreamLimitsAndPlainText)
     n->plain_text = "plain $X$ \\$";
     EXPECT_EQ(expand_to_stream(*n), "plain $X$ \\$");
     EXPECT_EQ(expand_to_bytes(*n), "plain $X$ \\$");
-}
 
-// Hands out blocks 8 bytes past a 16-byte boundary.
-class misaligning_allocator : public uvt_test::counting_allocator {
-public:
-    void* allocateNoThrowImpl(unsigned long size, const void* caller) override
-    {
-        auto* p = static_cast<char*>(counting_allocator::allocateNoThrowImpl(size + 8, caller));
-        return p ? p + 8 : nullptr;
-    }
-    void deallocateImpl(void* p, const void* caller) override
-    {
-        counting_allocator::deallocateImpl(p ? static_cast<char*>(p) - 8 : nullptr, caller);
-    }
-};
-
-// Allocation failures throw bad_alloc and leak nothing.
-TEST(MessageList, ParametersGoToTheLastMessageBlockSizesAndFailures)
-{
+    // Allocation failures throw bad_alloc and leak nothing.
     uvt_test::counting_allocator a;
     {
         uvt::message_list list(a);
@@ -197,14 +196,9 @@ TEST(MessageList, ParametersGoToTheLastMessageBlockSizesAndFailures)
         e.mark_processed();
     }
     EXPECT_EQ(misaligning.live_blocks(), 0u);
-}
 
-// --- exceptions without a host object ---
-
-uvt::exception plain(const char* text = "text") { return uvt::exception("demo/unit.cpp", 42, 7, text, nullptr); }
-
-TEST(NoHost, StackCaptureYieldsStatusEightAndRegistrationOnlyMarksTheObject)
-{
+    // Without a host object, stack capture yields status 8 and registration only
+    // marks the object.
     uvt::exception e = plain();
     uvt_test::string_ostream os;
     e.print(os);

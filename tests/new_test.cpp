@@ -50,7 +50,7 @@ std::string streamed(uvt::allocation_failure_type t)
 
 // The library's name table is sized by the enumeration; spot checks of its
 // ends and middle, and the texts for values beyond it.
-TEST(BadAlloc, FailureTypeTextsAndConstructorsNotifyingTheHostUnlessSilentOrACopy)
+TEST(BadAlloc, FailureTypesConstructorsTheOutOfMemoryAllocatorThrowEntryPointsAndHeaders)
 {
     for (auto [v, name] : {std::pair{0, "UNKNOWN"}, {9, "STATEMENT_MEMORY_LIMIT"}, {16, "FORBIDDEN"}}) {
         const auto t = static_cast<uvt::allocation_failure_type>(v);
@@ -97,12 +97,9 @@ TEST(BadAlloc, FailureTypeTextsAndConstructorsNotifyingTheHostUnlessSilentOrACop
     EXPECT_TRUE(from_base == original);
     EXPECT_EQ(notifications(), before);
     original.mark_processed();
-}
 
-// The message lives in the out-of-memory allocator; when that fails, the
-// bad_alloc still knows its number and origin.
-TEST(BadAlloc, OutOfMemoryAllocatorThrowEntryPointsAndTypeHeaders)
-{
+    // The message lives in the out-of-memory allocator; when that fails, the
+    // bad_alloc still knows its number and origin.
     auto& oom = host().oom;
     const unsigned long live_before = oom.live_blocks();
     const unsigned long exceptions_before = host().exceptions.attempts();

@@ -211,7 +211,7 @@ std::string randomDecimal(std::mt19937_64& rng)
     return text + "e" + std::to_string(int(rng() % 591) - 290);
 }
 
-TEST(StrToD, EdgeCasesLongDoubleFloatAndAgreementWithGlibc)
+TEST(StrToD, EdgeCasesLongDoubleFloatAgreementWithGlibcAndTheWrappers)
 {
     const Row rows[] = {
         {__LINE__, "12", 12, 3, 0, 0},  // one past the first unused character
@@ -298,12 +298,8 @@ TEST(StrToD, EdgeCasesLongDoubleFloatAndAgreementWithGlibc)
     }
     std::printf("identical to glibc: %.4f%%\n", 100.0 * identical / count);
     EXPECT_GE(identical, count - count / 500);
-}
 
-// --- the wrappers ---
-
-TEST(StoD, ValuesCharactersUsedAndFailures)
-{
+    // The throwing wrappers.
     std::size_t pos = 0;
     EXPECT_EQ(uvt::stod("12", &pos), 12.0);
     EXPECT_EQ(pos, 3u);

@@ -31,7 +31,7 @@ public:
     const char* name() const noexcept override { return nullptr; }
 };
 
-TEST(ErrorCategoryAndCode, NamesTextsEquivalenceClearedAndMadeCodesAndPrinting)
+TEST(SystemError, CategoriesCodesAndTheExceptionsMessage)
 {
     const struct { const uvt::error_category& category; const char* name; int code; std::string message; } rows[] = {
         {generic_category(), "generic", 2, std::strerror(2)},
@@ -108,10 +108,9 @@ TEST(ErrorCategoryAndCode, NamesTextsEquivalenceClearedAndMadeCodesAndPrinting)
         if (row.text)
             EXPECT_STREQ(os.c_str(), row.text);
     }
-}
 
-TEST(SystemError, CarriesTheValueWithTheCategoryNameOrACopiedTextAsMessage)
-{
+    // system_error carries the value with the category name or a copied text as
+    // its message.
     try {
         uvt::tThrow(uvt::system_error("f.cpp", 12, 2, system_category()));
     } catch (const uvt::runtime_error& e) {
