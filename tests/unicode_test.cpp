@@ -133,40 +133,6 @@ const DecodeCase kDecodeCases[] = {
     {"cut off after text", {0x41, 0x42, 0xE2, 0x82}, 1, 2, {0x41, 0x42}, {0x41, 0x42}},
 };
 
-TEST(UnicodeDecode, TableToUCS4AndUTF16AndBothKernelOrdersTruncationsAndIllegalLeads)
-{
-    for (const auto& c : kDecodeCases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(run<unsigned int>(UC::convertToUCS4, c.in, 16), (Outcome<unsigned int>{c.rc, c.read, c.ucs4}));
-        EXPECT_EQ(run<unsigned short>(UC::convertToUTF16, c.in, 16), (Outcome<unsigned short>{c.rc, c.read, c.utf16}));
-        for (bool bigEndian : {false, true}) {
-            const auto k = run<UC::usc2_bytes>(kernelTo(bigEndian), c.in, 16);
-            EXPECT_EQ((Outcome<unsigned short>{k.rc, k.read, unitsOf(k.written, bigEndian)}),
-                      (Outcome<unsigned short>{c.rc, c.read, c.utf16}))
-                << bigEndian;
-        }
-    }
-
-    // A sequence cut short stops before it with code 1; a byte 0x80-0xBF where a
-    // sequence should start is illegal (code 2).
-    const Bytes longest = {0xFC, 0x84, 0x80, 0x80, 0x80, 0x80};
-    for (std::size_t length = 2; length <= 6; ++length) {
-        Bytes sequence(longest.begin(), longest.begin() + length);
-        sequence[0] = UC::impl::UTF8_leading_byte_mark[length];
-        for (std::size_t cut = 1; cut < length; ++cut) {
-            SCOPED_TRACE(testing::Message() << length << " bytes cut to " << cut);
-            Bytes in = {0x41};
-            in.insert(in.end(), sequence.begin(), sequence.begin() + cut);
-            EXPECT_EQ(run<unsigned int>(UC::convertToUCS4, in, 4), (Outcome<unsigned int>{1, 1, {0x41}}));
-            EXPECT_EQ(run<unsigned short>(UC::convertToUTF16, in, 4).rc, 1);
-        }
-    }
-    for (unsigned b = 0x80; b < 0xC0; ++b)
-        EXPECT_EQ(run<unsigned int>(UC::convertToUCS4, Bytes{static_cast<unsigned char>(b)}, 4),
-                  (Outcome<unsigned int>{2, 0, {}}))
-            << b;
-}
-
 // Converts `text`, each character given as its source units by source(cp)
 // and its expected output by output(cp), into targets of every size up to
 // the whole output: each run must stop with code 3 right before the first
@@ -209,8 +175,69 @@ const EncodeCase kUTF16Cases[] = {
     {"high as last unit", {0x41, 0xD800}, 1, 1, {0x41}},
 };
 
-TEST(UnicodeEncode, UTF16TableBothKernelOrdersUCS4AndStopsWhenTheTargetIsFull)
+// A text converted with a replacement character (0: refuse), the outcome and
+// the number of characters replaced.
+struct EightBitCase {
+    const char* what;
+    Bytes in;
+    char with;
+    int rc;
+    std::size_t read;
+    Chars out;
+    unsigned long replaced;
+};
+
+const EightBitCase kEightBitCases[] = {
+    {"latin-1 pair", {0xC3, 0xA9}, 0, 0, 2, {-0x17}, 0},
+    {"euro replaced", {0xE2, 0x82, 0xAC}, '?', 0, 3, {'?'}, 1},
+    {"euro refused", {0x61, 0xE2, 0x82, 0xAC}, 0, 2, 1, {'a'}, 0},
+    {"refused even when cut off", {0xE2, 0x82}, 0, 2, 0, {}, 0},
+    {"replaced sequence cut off", {0xE2, 0x82}, '?', 1, 0, {}, 0},
+    {"pair cut off", {0x41, 0xC3}, '?', 1, 1, {'A'}, 0},
+    {"mixed", {0x61, 0xE2, 0x82, 0xAC, 0x62, 0xF0, 0x9F, 0x98, 0x80, 0xC3, 0xA9}, '?', 0, 11, {'a', '?', 'b', '?', -0x17}, 2},
+    {"six bytes replaced unchecked", {0xFC, 0x00, 0x00, 0x00, 0x00, 0x00}, '#', 0, 6, {'#'}, 1},
+    {"lead C0 illegal", {0xC0, 0x80}, '?', 2, 0, {}, 0},
+    {"lead C0 illegal at the end", {0xC0}, '?', 2, 0, {}, 0},
+    {"second byte checked", {0xC2, 0x41}, '?', 2, 0, {}, 0},
+    {"second byte not a lead", {0xC3, 0xC3, 0xA9}, '?', 2, 0, {}, 0},
+    {"overlong C1 accepted", {0xC1, 0x81}, 0, 0, 2, {0x41}, 0},
+    {"continuation as lead", {0x80}, '?', 2, 0, {}, 0},
+};
+
+TEST(UnicodeConverters, DecodingEncodingStopsWhenTheTargetIsFullEightBitsAndBytelen)
 {
+    for (const auto& c : kDecodeCases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(run<unsigned int>(UC::convertToUCS4, c.in, 16), (Outcome<unsigned int>{c.rc, c.read, c.ucs4}));
+        EXPECT_EQ(run<unsigned short>(UC::convertToUTF16, c.in, 16), (Outcome<unsigned short>{c.rc, c.read, c.utf16}));
+        for (bool bigEndian : {false, true}) {
+            const auto k = run<UC::usc2_bytes>(kernelTo(bigEndian), c.in, 16);
+            EXPECT_EQ((Outcome<unsigned short>{k.rc, k.read, unitsOf(k.written, bigEndian)}),
+                      (Outcome<unsigned short>{c.rc, c.read, c.utf16}))
+                << bigEndian;
+        }
+    }
+
+    // A sequence cut short stops before it with code 1; a byte 0x80-0xBF where a
+    // sequence should start is illegal (code 2).
+    const Bytes longest = {0xFC, 0x84, 0x80, 0x80, 0x80, 0x80};
+    for (std::size_t length = 2; length <= 6; ++length) {
+        Bytes sequence(longest.begin(), longest.begin() + length);
+        sequence[0] = UC::impl::UTF8_leading_byte_mark[length];
+        for (std::size_t cut = 1; cut < length; ++cut) {
+            SCOPED_TRACE(testing::Message() << length << " bytes cut to " << cut);
+            Bytes in = {0x41};
+            in.insert(in.end(), sequence.begin(), sequence.begin() + cut);
+            EXPECT_EQ(run<unsigned int>(UC::convertToUCS4, in, 4), (Outcome<unsigned int>{1, 1, {0x41}}));
+            EXPECT_EQ(run<unsigned short>(UC::convertToUTF16, in, 4).rc, 1);
+        }
+    }
+    for (unsigned b = 0x80; b < 0xC0; ++b)
+        EXPECT_EQ(run<unsigned int>(UC::convertToUCS4, Bytes{static_cast<unsigned char>(b)}, 4),
+                  (Outcome<unsigned int>{2, 0, {}}))
+            << b;
+
+    // Encoding UTF-16 (through both kernel orders) and UCS-4.
     for (const auto& c : kUTF16Cases) {
         SCOPED_TRACE(c.what);
         const Outcome<unsigned char> expected{c.rc, c.read, c.out};
@@ -249,39 +276,8 @@ TEST(UnicodeEncode, UTF16TableBothKernelOrdersUCS4AndStopsWhenTheTargetIsFull)
     expectStopsAtEveryTargetSize(UC::convertFromUCS4, wide, one, utf8);
     expectStopsAtEveryTargetSize(UC::convertFromASCII, {0x41, 0xE9, 0x7F, 0x80, 0xFF}, sourceByte, utf8);
     expectStopsAtEveryTargetSize(toEightBit('?', replaced), text, utf8, latin1);
-}
 
-// A text converted with a replacement character (0: refuse), the outcome and
-// the number of characters replaced.
-struct EightBitCase {
-    const char* what;
-    Bytes in;
-    char with;
-    int rc;
-    std::size_t read;
-    Chars out;
-    unsigned long replaced;
-};
-
-const EightBitCase kEightBitCases[] = {
-    {"latin-1 pair", {0xC3, 0xA9}, 0, 0, 2, {-0x17}, 0},
-    {"euro replaced", {0xE2, 0x82, 0xAC}, '?', 0, 3, {'?'}, 1},
-    {"euro refused", {0x61, 0xE2, 0x82, 0xAC}, 0, 2, 1, {'a'}, 0},
-    {"refused even when cut off", {0xE2, 0x82}, 0, 2, 0, {}, 0},
-    {"replaced sequence cut off", {0xE2, 0x82}, '?', 1, 0, {}, 0},
-    {"pair cut off", {0x41, 0xC3}, '?', 1, 1, {'A'}, 0},
-    {"mixed", {0x61, 0xE2, 0x82, 0xAC, 0x62, 0xF0, 0x9F, 0x98, 0x80, 0xC3, 0xA9}, '?', 0, 11, {'a', '?', 'b', '?', -0x17}, 2},
-    {"six bytes replaced unchecked", {0xFC, 0x00, 0x00, 0x00, 0x00, 0x00}, '#', 0, 6, {'#'}, 1},
-    {"lead C0 illegal", {0xC0, 0x80}, '?', 2, 0, {}, 0},
-    {"lead C0 illegal at the end", {0xC0}, '?', 2, 0, {}, 0},
-    {"second byte checked", {0xC2, 0x41}, '?', 2, 0, {}, 0},
-    {"second byte not a lead", {0xC3, 0xC3, 0xA9}, '?', 2, 0, {}, 0},
-    {"overlong C1 accepted", {0xC1, 0x81}, 0, 0, 2, {0x41}, 0},
-    {"continuation as lead", {0x80}, '?', 2, 0, {}, 0},
-};
-
-TEST(UnicodeEightBit, ToEightBitTableAndBytelenUpToTheStop)
-{
+    // Converting to 8 bits, and bytelen.
     for (const auto& c : kEightBitCases) {
         SCOPED_TRACE(c.what);
         unsigned long replaced = 99;
@@ -291,13 +287,13 @@ TEST(UnicodeEightBit, ToEightBitTableAndBytelenUpToTheStop)
     }
 
     // bytelen measures up to the stop.
-    const struct { Bytes in; int rc; unsigned long characters, bytes; } cases[] = {
+    const struct { Bytes in; int rc; unsigned long characters, bytes; } measured[] = {
         {{}, 0, 0, 0},
         {{0x41, 0xC3, 0xA9, 0xE2, 0x82, 0xAC, 0xFC, 0x84, 0x80, 0x80, 0x80, 0x80}, 0, 4, 12},
         {{0x41, 0xC3, 0xA9, 0xF0, 0x9F}, 1, 2, 3},
         {{0x41, 0xBF, 0x41}, 2, 1, 1},
     };
-    for (const auto& c : cases) {
+    for (const auto& c : measured) {
         SCOPED_TRACE(testing::Message() << "stop at " << c.bytes);
         const guarded<unsigned char> text(c.in.data(), c.in.size());
         const unsigned char* stop = nullptr;
