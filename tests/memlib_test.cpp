@@ -136,7 +136,7 @@ std::vector<T> every(T first, T last)
 constexpr std::size_t max_size = 300;
 constexpr std::size_t margin = 64;  // untouched bytes checked on both sides
 
-TEST(Memlib, MemcpyAndMemsetEverySizeAndMisalignment)
+TEST(Memlib, MemcpyAndMemsetEverySizeAndMisalignmentAndLargeCopiesAndMoves)
 {
     alignas(64) static unsigned char src[max_size + 2 * margin];
     alignas(64) static unsigned char dst[max_size + 2 * margin];
@@ -157,6 +157,25 @@ TEST(Memlib, MemcpyAndMemsetEverySizeAndMisalignment)
                     return inside ? static_cast<unsigned char>(c) : pattern(i, 7);
                 });
                 ASSERT_EQ(at, sizeof dst) << "memset c " << c << " n " << n << " dst+" << da;
+            }
+        }
+
+    // Large copies and moves.
+    for (std::size_t n : {4095ul, 4096ul, 4097ul, 65536ul + 5, (1ul << 20) + 3})
+        for (auto [sa, da] : {std::pair{0ul, 0ul}, {3ul, 11ul}, {15ul, 1ul}, {8ul, 8ul}}) {
+            std::vector<unsigned char> src(n + 32), dst(n + 32);
+            fill(src.data(), src.size(), 4);
+            fill(dst.data(), dst.size(), 5);
+            memcpy_impl(dst.data() + da, src.data() + sa, n);
+            EXPECT_EQ(copy_mismatch(dst.data(), dst.size(), da, sa, n, 5, 4), dst.size())
+                << "memcpy n " << n << " src+" << sa << " dst+" << da;
+            for (long shift : {-4097l, -33l, -1l, 1l, 17l, 4095l}) {
+                std::vector<unsigned char> buffer(n + 8200 + 32);
+                fill(buffer.data(), buffer.size(), 6);
+                const std::size_t s = 4100 + sa, d = s + shift;
+                memmove_impl(buffer.data() + d, buffer.data() + s, n);
+                EXPECT_EQ(copy_mismatch(buffer.data(), buffer.size(), d, s, n, 6, 6), buffer.size())
+                    << "memmove n " << n << " shift " << shift;
             }
         }
 }
@@ -186,27 +205,6 @@ TEST(Memlib, MemmoveOverlappingBothWays)
                     ASSERT_EQ(copy_mismatch(buffer, size, dst, src, n, 3, 3), size)
                         << "n " << n << " shift " << shift << " src+" << sa;
                 }
-}
-
-TEST(Memlib, LargeCopiesAndMoves)
-{
-    for (std::size_t n : {4095ul, 4096ul, 4097ul, 65536ul + 5, (1ul << 20) + 3})
-        for (auto [sa, da] : {std::pair{0ul, 0ul}, {3ul, 11ul}, {15ul, 1ul}, {8ul, 8ul}}) {
-            std::vector<unsigned char> src(n + 32), dst(n + 32);
-            fill(src.data(), src.size(), 4);
-            fill(dst.data(), dst.size(), 5);
-            memcpy_impl(dst.data() + da, src.data() + sa, n);
-            EXPECT_EQ(copy_mismatch(dst.data(), dst.size(), da, sa, n, 5, 4), dst.size())
-                << "memcpy n " << n << " src+" << sa << " dst+" << da;
-            for (long shift : {-4097l, -33l, -1l, 1l, 17l, 4095l}) {
-                std::vector<unsigned char> buffer(n + 8200 + 32);
-                fill(buffer.data(), buffer.size(), 6);
-                const std::size_t s = 4100 + sa, d = s + shift;
-                memmove_impl(buffer.data() + d, buffer.data() + s, n);
-                EXPECT_EQ(copy_mismatch(buffer.data(), buffer.size(), d, s, n, 6, 6), buffer.size())
-                    << "memmove n " << n << " shift " << shift;
-            }
-        }
 }
 
 template <class C>

@@ -25,7 +25,7 @@ std::string text(const uvt::string& s) { return std::string(s.data(), s.size());
 
 std::string repeat(std::size_t n, char c = 'x') { return std::string(n, c); }
 
-TEST(StringStates, InlineGrowthShrinkAndSharingRules)
+TEST(StringStates, InlineGrowthShrinkAndSharingRulesAndConcurrentRelease)
 {
     counting_allocator a;
     uvt::string s(repeat(39).c_str(), a);
@@ -116,15 +116,12 @@ TEST(StringStates, InlineGrowthShrinkAndSharingRules)
     heap_target = uvt::string("short", one);
     EXPECT_EQ(heap_target.capacity(), 39u) << "a short source is always copied inline";
     EXPECT_EQ(one.live_blocks(), 1u);
-}
 
-// Copies of one block released on several threads at once: the count is
-// atomic and exactly one release frees the block.
-TEST(StringSharing, CopiesReleasedConcurrently)
-{
-    counting_allocator a;
+    // Copies of one block released on several threads at once: the count is
+    // atomic and exactly one release frees the block.
+    counting_allocator released;
     {
-        const uvt::string shared(repeat(100).c_str(), a);
+        const uvt::string shared(repeat(100).c_str(), released);
         std::vector<std::thread> threads;
         for (int t = 0; t < 4; ++t)
             threads.emplace_back([&shared] {
@@ -139,9 +136,9 @@ TEST(StringSharing, CopiesReleasedConcurrently)
         for (auto& t : threads)
             t.join();
         EXPECT_FALSE(shared.is_shared());
-        EXPECT_EQ(a.live_blocks(), 1u);
+        EXPECT_EQ(released.live_blocks(), 1u);
     }
-    EXPECT_EQ(a.live_blocks(), 0u);
+    EXPECT_EQ(released.live_blocks(), 0u);
 }
 
 const char* const long_literal =
