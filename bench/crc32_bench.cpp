@@ -81,7 +81,7 @@ void u64_one_stream(benchmark::State& state)
 std::uint64_t fold_constant(unsigned n)
 {
     const std::uint64_t poly = (std::uint64_t{1} << 32) | [] {
-        std::uint32_t normal = 0;  // bit-reverse of the reflected polynomial
+        std::uint32_t normal = 0; // bit-reverse of the reflected polynomial
         for (int bit = 0; bit < 32; ++bit)
             if (kCastagnoli & (1u << bit))
                 normal |= 1u << (31 - bit);
@@ -107,8 +107,7 @@ std::uint64_t fold_constant(unsigned n)
 // the instruction over them (from 0) gives the register. len: a multiple of
 // 256 bytes, at least 256.
 __attribute__((target("avx512f,vpclmulqdq,sse4.2"))) std::uint32_t vpclmul_fold(std::uint32_t crc,
-                                                                                 const unsigned char* p,
-                                                                                 std::size_t len)
+                                                                                const unsigned char* p, std::size_t len)
 {
     static const __m512i k = _mm512_set4_epi64(static_cast<long long>(fold_constant(2048 - 1)),
                                                static_cast<long long>(fold_constant(2048 + 63)),
@@ -227,10 +226,7 @@ void tables_slicing8(benchmark::State& state)
     run(state, [](std::size_t len) { return slicing8(0, bytes(), len); });
 }
 
-void sizes(benchmark::internal::Benchmark* b)
-{
-    b->Arg(4 << 10)->Arg(64 << 10)->Arg(1 << 20);
-}
+void sizes(benchmark::internal::Benchmark* b) { b->Arg(4 << 10)->Arg(64 << 10)->Arg(1 << 20); }
 
 BENCHMARK(u64_uvt)->Name("crc32c_u64/uvt")->Apply(sizes);
 BENCHMARK(u64_one_stream)->Name("crc32c_u64/one_stream")->Apply(sizes);

@@ -15,10 +15,10 @@
 
 namespace {
 
-const long values[16] = {0, 7, -13, 255, 4096, -65536, 1234567, 99999999, -2147483648L, 4294967295L,
-                         42, -1, 1L << 40, -(1L << 50), 987654321012L, 31};
+const long values[16] = {0,           7,  -13, 255,      4096,        -65536,        1234567, 99999999, -2147483648L,
+                         4294967295L, 42, -1,  1L << 40, -(1L << 50), 987654321012L, 31};
 
-double ns_per_op[3];  // buffer_stream, ostringstream, snprintf
+double ns_per_op[3]; // buffer_stream, ostringstream, snprintf
 
 template <class Body>
 void timed(benchmark::State& state, int slot, Body body)

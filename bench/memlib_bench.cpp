@@ -49,7 +49,7 @@ struct implementation {
 const implementation& library()
 {
     static const implementation uvt{uvt::impl::memcpy_impl, uvt::impl::memmove_impl, uvt::impl::memset_impl,
-                                     uvt::impl::strlen_impl};
+                                    uvt::impl::strlen_impl};
     return uvt;
 }
 
@@ -160,8 +160,7 @@ constexpr const char* operation_names[] = {"memcpy", "memmove", "memset", "strle
 
 // A page-aligned buffer with room for `size` bytes at any offset.
 struct page_buffer {
-    explicit page_buffer(std::size_t size)
-        : bytes(static_cast<unsigned char*>(std::aligned_alloc(4096, size + 8192)))
+    explicit page_buffer(std::size_t size) : bytes(static_cast<unsigned char*>(std::aligned_alloc(4096, size + 8192)))
     {
         std::fill(bytes, bytes + size + 8192, 'a');
     }
@@ -206,8 +205,7 @@ double measure(operation op, const implementation& impl, unsigned char* src, uns
     return ns;
 }
 
-void run(benchmark::State& state, const std::string& name, operation op, const implementation& impl,
-         std::size_t size)
+void run(benchmark::State& state, const std::string& name, operation op, const implementation& impl, std::size_t size)
 {
     page_buffer src(size), dst(size);
     const std::vector<std::size_t> all = offsets();
@@ -228,12 +226,11 @@ void register_all()
 {
     for (operation op : {operation::memcpy, operation::memmove, operation::memset, operation::strlen})
         for (std::size_t size : sizes)
-            for (auto [who, impl] :
-                 {std::pair{"uvt", &library()}, {"glibc", &c_library()}, {"bound16", &bound()}}) {
+            for (auto [who, impl] : {std::pair{"uvt", &library()}, {"glibc", &c_library()}, {"bound16", &bound()}}) {
                 if (impl == &bound() && size < 64)
-                    continue;  // its whole 64-byte rounds would not compare
-                const std::string name = std::string(operation_names[static_cast<int>(op)]) + "/" + who + "/" +
-                                         std::to_string(size);
+                    continue; // its whole 64-byte rounds would not compare
+                const std::string name =
+                    std::string(operation_names[static_cast<int>(op)]) + "/" + who + "/" + std::to_string(size);
                 benchmark::RegisterBenchmark(name.c_str(), run, name, op, *impl, size)->UseRealTime();
             }
 }

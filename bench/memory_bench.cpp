@@ -59,8 +59,8 @@ void throw_catch_std(benchmark::State& state)
     long index = 7;
     for (auto _ : state) {
         try {
-            throw std::out_of_range("Index " + std::to_string(index) + " out of range [" + std::to_string(0) +
-                                    ", " + std::to_string(5) + ")");
+            throw std::out_of_range("Index " + std::to_string(index) + " out of range [" + std::to_string(0) + ", " +
+                                    std::to_string(5) + ")");
         } catch (const std::out_of_range& e) {
             benchmark::DoNotOptimize(e.what());
         }

@@ -13,10 +13,7 @@
 
 namespace {
 
-uvt::allocator& library_allocator()
-{
-    return uvt::allocator::global_allocator();
-}
+uvt::allocator& library_allocator() { return uvt::allocator::global_allocator(); }
 
 // --- copy of a 1000-character string ---
 

@@ -95,8 +95,8 @@ double parse_glibc(const number_set& set, std::size_t i) { return std::strtod(se
 #ifdef UVT_BENCH_HAVE_DOUBLE_CONVERSION
 double parse_double_conversion(const number_set& set, std::size_t i)
 {
-    static const double_conversion::StringToDoubleConverter converter(
-        double_conversion::StringToDoubleConverter::NO_FLAGS, 0.0, 0.0, "inf", "nan");
+    static const double_conversion::StringToDoubleConverter
+        converter(double_conversion::StringToDoubleConverter::NO_FLAGS, 0.0, 0.0, "inf", "nan");
     int processed;
     return converter.StringToDouble(set.text(i), int(set.length(i)), &processed);
 }
@@ -135,8 +135,9 @@ void run(benchmark::State& state, const std::string& set_name, parser parse)
         for (std::size_t i = 0; i < set.size(); ++i)
             benchmark::DoNotOptimize(parse(set, i));
     // Inverted rate of numbers per second, printed as "42.5ns".
-    state.counters["time_per_number"] = benchmark::Counter(
-        double(set.size()), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    state.counters["time_per_number"] =
+        benchmark::Counter(double(set.size()),
+                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
     state.counters["identical"] = identical_share(set, parse);
 }
 

@@ -81,8 +81,8 @@ void utf8ToUtf16Uvt(benchmark::State& state)
     for (auto _ : state) {
         const unsigned char* stop;
         unsigned short* written;
-        benchmark::DoNotOptimize(uvt::UC::convertToUTF16(t.utf8.data(), t.utf8.data() + t.utf8.size(), stop,
-                                                         out.data(), out.data() + out.size(), written));
+        benchmark::DoNotOptimize(uvt::UC::convertToUTF16(t.utf8.data(), t.utf8.data() + t.utf8.size(), stop, out.data(),
+                                                         out.data() + out.size(), written));
         benchmark::ClobberMemory();
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * t.utf8.size()));

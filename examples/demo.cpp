@@ -134,14 +134,13 @@ extern "C" uvt_extern::UvtImport* get_uvt_import() { return &host; }
 
 int main()
 {
-    std::printf("%s (component %s)\n", "libwdbuvtbase demo",
-                uvt::getVELAComponentName(uvt::vela_component{1}));
+    std::printf("%s (component %s)\n", "libwdbuvtbase demo", uvt::getVELAComponentName(uvt::vela_component{1}));
 
     // An index outside [0, 5): thrown inside the library, caught here by class.
     try {
         uvt::throwOutOfRange(__FILE__, __LINE__, 7, 0, 5);
     } catch (const uvt::out_of_range& e) {
-        e.dump();  // handed to the host's caught-exception callback
+        e.dump(); // handed to the host's caught-exception callback
     }
 
     // An exception with an added message and a named argument, appended to

@@ -47,9 +47,9 @@ void checkDtoa(double value, int ndigits, std::size_t len)
     const double back = uvt::strtod(text, &stop);
     FUZZ_CHECK(stop == text + std::strlen(text) + 1);
     const int digits = ndigits < 17 ? ndigits : 17;
-    if (digits == 17)  // 17 digits identify the double
+    if (digits == 17) // 17 digits identify the double
         FUZZ_CHECK(std::memcmp(&back, &value, sizeof value) == 0);
-    else if (!std::isinf(back))  // (few digits of a value near the largest double can round past it)
+    else if (!std::isinf(back)) // (few digits of a value near the largest double can round past it)
         // half a unit of the last digit, and the parser's unit in the last place
         FUZZ_CHECK(std::fabs(back - value) <= std::fabs(value) * (0.5 * std::pow(10.0, 1 - digits) + 0x1p-51));
 }

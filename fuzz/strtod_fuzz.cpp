@@ -7,8 +7,8 @@
 // value is itself a double, within one unit in the last place for up to 17
 // significant digits (each scaling step rounds to 64 bits) and within two
 // beyond (only 17 digits are kept).
-#include "fuzz_check.h"
 #include "../tests/support/ulp_distance.h"
+#include "fuzz_check.h"
 
 #include <uvt/impl/strtod>
 
@@ -42,7 +42,7 @@ F parse(const std::basic_string<C>& text, std::size_t& stop, int& error)
     if (stop == 0)
         FUZZ_CHECK(value == 0 && !std::signbit(value));
     else
-        FUZZ_CHECK(text[stop - 1] < C('0') || text[stop - 1] > C('9'));  // every digit is used
+        FUZZ_CHECK(text[stop - 1] < C('0') || text[stop - 1] > C('9')); // every digit is used
     return value;
 }
 
@@ -102,7 +102,7 @@ void compareWithGlibc(const std::string& text, double value, std::size_t stop, i
     const double expected = std::strtod(text.c_str(), &end);
     const char* const used = text.c_str() + stop - 1;
     if (stop == 0 || end != used || errno != 0 || std::fabs(expected) < 1e-306)
-        return;  // another syntax (blanks, "inf", hexadecimal, "1e 5"), or a range this parser reads as 0
+        return; // another syntax (blanks, "inf", hexadecimal, "1e 5"), or a range this parser reads as 0
     if (error == ERANGE) {
         FUZZ_CHECK(std::fabs(expected) == DBL_MAX);
         return;
@@ -131,7 +131,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const long double extended = parse<long double>(text, otherStop, otherError);
     FUZZ_CHECK(otherStop == stop);
-    if (otherError == 0 && error == 0 && value != 0)  // the same digits, more bits
+    if (otherError == 0 && error == 0 && value != 0) // the same digits, more bits
         FUZZ_CHECK(std::fabs(extended / value - 1) < 1e-15L);
     parse<float>(text, otherStop, otherError);
     FUZZ_CHECK(otherStop == stop);

@@ -21,7 +21,7 @@ namespace {
 
 struct Parsed {
     unsigned long value;
-    std::size_t stop;  // offset of the first character not used
+    std::size_t stop; // offset of the first character not used
     int error;
 };
 
@@ -49,17 +49,14 @@ Parsed parseGlibc(const std::string& text, int base)
 {
     char* stop;
     errno = 0;
-    const T value = std::is_signed_v<T> ? T(std::strtol(text.c_str(), &stop, base))
-                                        : T(std::strtoul(text.c_str(), &stop, base));
+    const T value =
+        std::is_signed_v<T> ? T(std::strtol(text.c_str(), &stop, base)) : T(std::strtoul(text.c_str(), &stop, base));
     return {static_cast<unsigned long>(value), static_cast<std::size_t>(stop - text.c_str()), errno};
 }
 
 // glibc also skips vertical tabs and form feeds and takes "0X"; it stops
 // after the "0" of a "0x" without digits where strtoint uses nothing.
-bool sameSyntax(const std::string& text)
-{
-    return text.find_first_of("\v\fX") == std::string::npos;
-}
+bool sameSyntax(const std::string& text) { return text.find_first_of("\v\fX") == std::string::npos; }
 
 template <class T>
 void check(const std::string& text, int base)
@@ -73,19 +70,20 @@ void check(const std::string& text, int base)
 
     const bool validBase = base == 0 || (base >= 2 && base <= 36);
     FUZZ_CHECK(validBase ? narrow.error == 0 || narrow.error == ERANGE : narrow.error == EINVAL && narrow.stop == 0);
-    if (narrow.error == 0 && narrow.stop > 0 && base > 1)  // every digit is used
+    if (narrow.error == 0 && narrow.stop > 0 && base > 1) // every digit is used
         FUZZ_CHECK(digitValue(text[narrow.stop]) >= unsigned(base));
     if (!validBase || !sameSyntax(text))
         return;
     const Parsed glibc = parseGlibc<T>(text, base);
-    if (narrow.error == ERANGE) {  // the wrap test never raises a false alarm but at the negative limit
+    if (narrow.error == ERANGE) { // the wrap test never raises a false alarm but at the negative limit
         FUZZ_CHECK(glibc.error == ERANGE || (std::is_signed_v<T> && long(glibc.value) == LONG_MIN));
         return;
     }
     if (glibc.error != 0)
         return;
     FUZZ_CHECK(narrow.value == glibc.value);
-    const bool bareHexPrefix = narrow.stop == 0 && glibc.stop > 0 && text[glibc.stop - 1] == '0' && text[glibc.stop] == 'x';
+    const bool bareHexPrefix =
+        narrow.stop == 0 && glibc.stop > 0 && text[glibc.stop - 1] == '0' && text[glibc.stop] == 'x';
     FUZZ_CHECK(narrow.stop == glibc.stop || bareHexPrefix);
 }
 

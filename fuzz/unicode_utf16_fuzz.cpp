@@ -17,8 +17,8 @@
 namespace {
 
 namespace UC = uvt::UC;
-using uvt_fuzz::Converted;
 using uvt_fuzz::convert;
+using uvt_fuzz::Converted;
 using uvt_fuzz::expectPrefixOf;
 
 // The most UTF-8 bytes one character needs, by source unit.

@@ -15,8 +15,8 @@
 namespace {
 
 namespace UC = uvt::UC;
-using uvt_fuzz::Converted;
 using uvt_fuzz::convert;
+using uvt_fuzz::Converted;
 using uvt_fuzz::expectPrefixOf;
 
 using Text = const unsigned char*;
@@ -45,7 +45,8 @@ Converted<unsigned int> checkUCS4(Text data, std::size_t size, std::size_t room)
     unsigned char* bytesStop;
     FUZZ_CHECK(UC::convertFromUCS4(whole.out.data(), whole.out.data() + whole.out.size(), valuesStop, bytes.data(),
                                    bytes.data() + bytes.size(), bytesStop) == 0);
-    const auto again = convert<unsigned int>(UC::convertToUCS4, bytes.data(), bytesStop - bytes.data(), whole.out.size());
+    const auto again =
+        convert<unsigned int>(UC::convertToUCS4, bytes.data(), bytesStop - bytes.data(), whole.out.size());
     FUZZ_CHECK(again.rc == 0 && again.out == whole.out);
 
     const unsigned char* stop;
@@ -88,13 +89,15 @@ void checkUTF16(Text data, std::size_t size, std::size_t room, const Converted<u
         }
     }
 
-    const bool hasSurrogates = std::any_of(whole.out.begin(), whole.out.end(),
-                                           [](unsigned short u) { return u >= 0xD800 && u <= 0xDFFF; });
+    const bool hasSurrogates =
+        std::any_of(whole.out.begin(), whole.out.end(), [](unsigned short u) { return u >= 0xD800 && u <= 0xDFFF; });
     if (hasSurrogates)
         return;
-    const auto bytes = convert<unsigned char>(UC::convertFromUTF16, whole.out.data(), whole.out.size(), 3 * whole.out.size());
+    const auto bytes =
+        convert<unsigned char>(UC::convertFromUTF16, whole.out.data(), whole.out.size(), 3 * whole.out.size());
     FUZZ_CHECK(bytes.rc == 0);
-    const auto again = convert<unsigned short>(UC::convertToUTF16, bytes.out.data(), bytes.out.size(), whole.out.size());
+    const auto again =
+        convert<unsigned short>(UC::convertToUTF16, bytes.out.data(), bytes.out.size(), whole.out.size());
     FUZZ_CHECK(again.rc == 0 && again.out == whole.out);
 }
 

@@ -39,7 +39,10 @@ extern "C" uvt_extern::UvtImport* get_uvt_import()
 namespace {
 
 template <class S>
-std::string text(const S& s) { return std::string(s.data(), s.size()); }
+std::string text(const S& s)
+{
+    return std::string(s.data(), s.size());
+}
 
 int sign(int v) { return (v > 0) - (v < 0); }
 
@@ -48,24 +51,60 @@ template <class S>
 void run_step(S& s, int step)
 {
     switch (step) {
-    case 0: s = "The quick brown fox"; break;
-    case 1: s += " jumps over"; break;
-    case 2: s += '!'; break;
-    case 3: s.insert(4, "very "); break;
-    case 4: s.replace(0, 3, "A"); break;
-    case 5: s.erase(1, 5); break;
-    case 6: s.pop_back(); break;
-    case 7: s.append(S("0123456789"), 2, 3); break;
-    case 8: s.append(std::size_t(40), '-'); break;
-    case 9: s = s.substr(2, 50); break;
-    case 10: s[0] = 'X'; break;
-    case 11: s.assign(s, 3, 30); break;
-    case 12: s.erase(10); break;
-    case 13: s.insert(2, s); break;
-    case 14: s.replace(3, 100, s.c_str() + 1, 4); break;
-    case 15: s.insert(0, "<").append(">").replace(1, 2, "[").erase(3, 2); break;
-    case 16: s = s.assign("chained").append(s, 2, 3).substr(1); break;
-    case 17: s.erase(); break;
+    case 0:
+        s = "The quick brown fox";
+        break;
+    case 1:
+        s += " jumps over";
+        break;
+    case 2:
+        s += '!';
+        break;
+    case 3:
+        s.insert(4, "very ");
+        break;
+    case 4:
+        s.replace(0, 3, "A");
+        break;
+    case 5:
+        s.erase(1, 5);
+        break;
+    case 6:
+        s.pop_back();
+        break;
+    case 7:
+        s.append(S("0123456789"), 2, 3);
+        break;
+    case 8:
+        s.append(std::size_t(40), '-');
+        break;
+    case 9:
+        s = s.substr(2, 50);
+        break;
+    case 10:
+        s[0] = 'X';
+        break;
+    case 11:
+        s.assign(s, 3, 30);
+        break;
+    case 12:
+        s.erase(10);
+        break;
+    case 13:
+        s.insert(2, s);
+        break;
+    case 14:
+        s.replace(3, 100, s.c_str() + 1, 4);
+        break;
+    case 15:
+        s.insert(0, "<").append(">").replace(1, 2, "[").erase(3, 2);
+        break;
+    case 16:
+        s = s.assign("chained").append(s, 2, 3).substr(1);
+        break;
+    case 17:
+        s.erase();
+        break;
     }
 }
 
@@ -124,7 +163,11 @@ TEST(AdpString, StandardSurfaceAllocatorsViewsRangeErrorsAndConversions)
     EXPECT_EQ(text(joined), "left, right. leftright");
 
     // Positions out of range report the value and the bounds.
-    const struct { const char* name; void (*operation)(uvt_adp::string& s); const char *idx, *beg, *end; } cases[] = {
+    const struct {
+        const char* name;
+        void (*operation)(uvt_adp::string& s);
+        const char *idx, *beg, *end;
+    } cases[] = {
         {"substr", [](uvt_adp::string& s) { (void)s.substr(6); }, "6", "0", "6"},
         {"erase", [](uvt_adp::string& s) { s.erase(7); }, "7", "0", "6"},
         {"insert", [](uvt_adp::string& s) { s.insert(9, "x"); }, "9", "0", "6"},
@@ -133,7 +176,12 @@ TEST(AdpString, StandardSurfaceAllocatorsViewsRangeErrorsAndConversions)
         {"compare", [](uvt_adp::string& s) { (void)s.compare(8, 1, s); }, "8", "0", "6"},
         {"write", [](uvt_adp::string& s) { s[5] = 'x'; }, "5", "0", "5"},
         {"substring", [](uvt_adp::string& s) { uvt_adp::string part(s, 10); }, "10", "0", "6"},
-        {"pop_back", [](uvt_adp::string& s) { s.erase(); s.pop_back(); }, "-1", "0", "0"},
+        {"pop_back",
+         [](uvt_adp::string& s) {
+             s.erase();
+             s.pop_back();
+         },
+         "-1", "0", "0"},
     };
     for (const auto& c : cases) {
         uvt_adp::string s("hello");

@@ -21,7 +21,7 @@ TEST(BufferStream, GivesWhatWasWrittenTerminatedAndOverflowDropsTheRest)
     os << "id=" << uvt::hex << uvt::showbase << 255 << ' ' << uvt::setw(4) << 7;
     EXPECT_STREQ(os.c_str(), "id=0xff  0x7");
     EXPECT_EQ(os.size(), 12u);
-    os.flush();  // terminates in place
+    os.flush(); // terminates in place
     os << "!";
     EXPECT_STREQ(os.c_str(), "id=0xff  0x7!");
     EXPECT_TRUE(os.good());

@@ -51,8 +51,8 @@ std::vector<unsigned char> random_bytes(std::mt19937& rng, std::size_t n)
 
 // Word counts around the boundaries of the interleaved rounds (6 x 4,
 // 6 x 16, 6 x 64 and 6 x 512 words) and of the table loops.
-const std::size_t kWordCounts[] = {0,   1,   2,   7,    8,    9,    23,   24,  25, 47, 95, 96, 97,
-                                   383, 384, 385, 3071, 3072, 3073, 3072 + 384 + 96 + 24 + 5};
+const std::size_t kWordCounts[] = {0,  1,  2,  7,   8,   9,   23,   24,   25,   47,
+                                   95, 96, 97, 383, 384, 385, 3071, 3072, 3073, 3072 + 384 + 96 + 24 + 5};
 
 enum class path { instruction, tables };
 
@@ -111,7 +111,7 @@ TEST_P(Crc32Path, CheckValuesIeeeAgainstZlibAndCastagnoliAgainstTheBitwiseRefere
         const std::vector<unsigned char> bytes(data.begin(), data.begin() + 8 * words);
         const std::uint32_t expected = bitwise(0xFFFFFFFF, bytes);
         EXPECT_EQ(uvt::crc32_u64(0xFFFFFFFF, w64.data(), w64.data() + words), expected) << words;
-        std::vector<std::uint32_t> w32(2 * words + 1);  // an odd count as well
+        std::vector<std::uint32_t> w32(2 * words + 1); // an odd count as well
         std::memcpy(w32.data(), data.data(), w32.size() * 4);
         EXPECT_EQ(uvt::crc32_u32(0xFFFFFFFF, w32.data(), w32.data() + 2 * words), expected) << words;
         EXPECT_EQ(uvt::crc32_u32(0xFFFFFFFF, w32.data(), w32.data() + w32.size()),
@@ -147,17 +147,20 @@ TEST_P(Crc32Path, ByteAndWordOverloadsStridedWordsAndCombining)
     }
 
     // The strided walk folds the selected periods.
-    const struct { std::size_t words, take, skip, start; std::vector<std::size_t> folded; } cases[] = {
-        {10, 2, 3, 0, {0, 1, 5, 6}},  // two whole periods
-        {10, 2, 3, 4, {4, 5}},        // starts in a skip region, still folds take words
-        {10, 2, 3, 6, {6, 7}},        // last start before the limit
-        {10, 2, 3, 7, {}},            // at the limit: unchanged
-        {12, 2, 3, 0, {0, 1, 5, 6}},  // a trailing partial period is ignored
-        {4, 2, 3, 0, {}},             // shorter than one period
-        {10, 4, 1, 8, {8, 9}},        // clipped at the end of the range
-        {10, 0, 0, 0, {}},            // empty period
+    const struct {
+        std::size_t words, take, skip, start;
+        std::vector<std::size_t> folded;
+    } cases[] = {
+        {10, 2, 3, 0, {0, 1, 5, 6}}, // two whole periods
+        {10, 2, 3, 4, {4, 5}},       // starts in a skip region, still folds take words
+        {10, 2, 3, 6, {6, 7}},       // last start before the limit
+        {10, 2, 3, 7, {}},           // at the limit: unchanged
+        {12, 2, 3, 0, {0, 1, 5, 6}}, // a trailing partial period is ignored
+        {4, 2, 3, 0, {}},            // shorter than one period
+        {10, 4, 1, 8, {8, 9}},       // clipped at the end of the range
+        {10, 0, 0, 0, {}},           // empty period
         {9, 3, 0, 0, {0, 1, 2, 3, 4, 5, 6, 7, 8}},
-        {10, 1, 1, 99, {}},           // start beyond the range
+        {10, 1, 1, 99, {}}, // start beyond the range
     };
     std::vector<std::uint64_t> words(12);
     for (auto& w : words)

@@ -85,7 +85,7 @@ TEST(CStringPtrDeathTest, CorruptedCounterAborts)
     uvt::cstring_ptr p("victim", a);
     auto* counter = reinterpret_cast<std::uint64_t*>(const_cast<char*>(p.c_str())) - 1;
     const std::uint64_t saved = *counter;
-    *counter = 5;  // tag destroyed
+    *counter = 5; // tag destroyed
     EXPECT_DEATH({ uvt::cstring_ptr copy = p; }, "");
     *counter = saved;
 }

@@ -90,16 +90,22 @@ double randomDouble(std::mt19937_64& rng)
 TEST(EcvtRAndDtoa, RowsAndAgreementWithGlibc)
 {
     constexpr int failed = -1;
-    const struct { int line; double value; int ndigits; std::size_t len; Digits expected; } rows[] = {
+    const struct {
+        int line;
+        double value;
+        int ndigits;
+        std::size_t len;
+        Digits expected;
+    } rows[] = {
         {__LINE__, 1.5, 3, 40, {"150", 1, 0}},
         {__LINE__, 0.001234, 2, 40, {"12", -2, 0}},
         {__LINE__, -123456.0, 4, 40, {"1235", 6, 1}},
-        {__LINE__, 0.125, 2, 40, {"12", 0, 0}},  // exact tie: to even
+        {__LINE__, 0.125, 2, 40, {"12", 0, 0}}, // exact tie: to even
         {__LINE__, 0.375, 2, 40, {"38", 0, 0}},
-        {__LINE__, 9.99, 2, 40, {"10", 2, 0}},   // rounding carries into a new digit
+        {__LINE__, 9.99, 2, 40, {"10", 2, 0}}, // rounding carries into a new digit
         {__LINE__, 0.0, 3, 40, {"000", 1, 0}},
         {__LINE__, -0.0, 1, 40, {"0", 1, 1}},
-        {__LINE__, 1e23, 30, 40, {"99999999999999992", 23, 0}},  // at most 17 digits
+        {__LINE__, 1e23, 30, 40, {"99999999999999992", 23, 0}}, // at most 17 digits
         {__LINE__, DBL_MAX, 17, 40, {"17976931348623157", 309, 0}},
         {__LINE__, DBL_TRUE_MIN, 17, 40, {"49406564584124654", -323, 0}},
         {__LINE__, HUGE_VAL, 5, 9, {"Infinity", 0, 0}},
@@ -119,7 +125,13 @@ TEST(EcvtRAndDtoa, RowsAndAgreementWithGlibc)
 
     // dtoa places the point.
     constexpr std::size_t full = uvt::dtoa_buffer_size;
-    const struct { int line; double value; int ndigits; std::size_t len; const char* text; } texts[] = {
+    const struct {
+        int line;
+        double value;
+        int ndigits;
+        std::size_t len;
+        const char* text;
+    } texts[] = {
         {__LINE__, 123.25, 12, full, "123.25"},
         {__LINE__, 0.0001, 12, full, "0.0001"},
         {__LINE__, 0.00001, 12, full, "1e-05"},
@@ -153,7 +165,7 @@ TEST(EcvtRAndDtoa, RowsAndAgreementWithGlibc)
     for (int i = 0; i < count; ++i) {
         double value = randomDouble(rng);
         int exponent;
-        if (i % 2)  // also plenty of values with small exponents
+        if (i % 2) // also plenty of values with small exponents
             value = std::ldexp(std::frexp(value, &exponent), int(rng() % 80) - 40);
         const int ndigits = 1 + int(rng() % 17);
         const Digits d = ours(value, ndigits), reference = glibcs(value, ndigits);

@@ -18,7 +18,12 @@ using uvt::impl::ErrorCodeImpl;
 // accessor of ERR_UVT_ABORT_FLAG_SET (nothing in the library throws it).
 const std::string abort_flag_text_at_load = uvt::error_code::error_no_to_text(1000093);
 
-struct ErrorRow { const ErrorCodeImpl& (*accessor)(); int number; const char* name; const char* message; };
+struct ErrorRow {
+    const ErrorCodeImpl& (*accessor)();
+    int number;
+    const char* name;
+    const char* message;
+};
 
 // The library's table (its own consistency is checked where it is compiled).
 const ErrorRow library_errors[] = {
@@ -45,7 +50,7 @@ TEST(ErrorRegistry, AccessorsRegisterTheirRowsLaterRegistrationsShadowAndConcurr
         EXPECT_EQ(rec.value(), row.number);
         EXPECT_STREQ(rec.name(), row.name);
         EXPECT_STREQ(rec.message(), row.message);
-        EXPECT_STREQ(rec.text(), row.message);  // the record is an error_code whose text is the template
+        EXPECT_STREQ(rec.text(), row.message); // the record is an error_code whose text is the template
         EXPECT_EQ(&rec.category(), &uvt::generic_category());
         EXPECT_STREQ(uvt::error_code::error_no_to_text(row.number), row.message);
         const ErrorCodeImpl* head = ErrorCodeImpl::first();
@@ -64,7 +69,7 @@ TEST(ErrorRegistry, AccessorsRegisterTheirRowsLaterRegistrationsShadowAndConcurr
     EXPECT_EQ(abort_flag_text_at_load, "Unknown");
     EXPECT_EQ(uvt__ERR_UVT_ABORT_FLAG_SET().number(), 1000093);
     EXPECT_STREQ(uvt::error_code::error_no_to_text(1000093), "Abort flag set");
-    EXPECT_STREQ(uvt::error_code::error_no_to_text(1000030), "Unknown");  // reserved for other components
+    EXPECT_STREQ(uvt::error_code::error_no_to_text(1000030), "Unknown"); // reserved for other components
     EXPECT_STREQ(uvt::error_code::error_no_to_text(-1), "Unknown");
 
     // A later registration shadows an earlier one and returns the previous head.
@@ -78,7 +83,7 @@ TEST(ErrorRegistry, AccessorsRegisterTheirRowsLaterRegistrationsShadowAndConcurr
     EXPECT_STREQ(uvt::error_code::error_no_to_text(1000040), "newer text");
 
     static ErrorCodeImpl rec(1000041, "pushed by hand", &uvt::generic_category(), "TEST_BY_HAND");
-    uvt__ERR_UVT_OUTOFRANGE();  // an older record that must stay reachable
+    uvt__ERR_UVT_OUTOFRANGE(); // an older record that must stay reachable
     const ErrorCodeImpl* before = ErrorCodeImpl::first();
     ErrorCodeImpl* previous = ErrorCodeImpl::register_error(rec);
     EXPECT_EQ(previous, before);
@@ -88,7 +93,7 @@ TEST(ErrorRegistry, AccessorsRegisterTheirRowsLaterRegistrationsShadowAndConcurr
 
     // Concurrent registrations all land.
     constexpr int threads = 4, per_thread = 200;
-    uvt__ERR_UVT_OUTOFRANGE();  // an older record that must stay reachable
+    uvt__ERR_UVT_OUTOFRANGE(); // an older record that must stay reachable
     // Kept for the life of the process: the registry never lets go of a record.
     static std::vector<ErrorCodeImpl>& records = *new std::vector<ErrorCodeImpl>();
     records.reserve(threads * per_thread);
@@ -100,7 +105,7 @@ TEST(ErrorRegistry, AccessorsRegisterTheirRowsLaterRegistrationsShadowAndConcurr
         workers.emplace_back([t] {
             for (int i = 0; i < per_thread; ++i) {
                 ErrorCodeImpl::link(records[t * per_thread + i]);
-                uvt::error_code::error_no_to_text(2000000);  // readers run during the pushes
+                uvt::error_code::error_no_to_text(2000000); // readers run during the pushes
             }
         });
     for (auto& w : workers)

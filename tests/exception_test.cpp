@@ -125,7 +125,10 @@ TEST_F(ExceptionTest, LayoutsOfAChainWithStackOptionsTheCustomPrinterAndTheStrea
                                       "exception  1: no.2  (b.cpp:2)\n    second 5\n",
                                       "exception  2: no.3\n    third\n"};
     const std::string short_nodes[] = {"exception 1: first\nexception 2: second 5\n", "exception 3: third\n"};
-    const struct { bool no_stack, first_stack_only; std::string long_text, short_text; } rows[] = {
+    const struct {
+        bool no_stack, first_stack_only;
+        std::string long_text, short_text;
+    } rows[] = {
         {false, false, long_nodes[0] + trace + long_nodes[1] + trace, short_nodes[0] + trace + short_nodes[1] + trace},
         {false, true, long_nodes[0] + trace + long_nodes[1], short_nodes[0] + trace + short_nodes[1]},
         {true, false, long_nodes[0] + long_nodes[1], short_nodes[0] + short_nodes[1]},
@@ -159,18 +162,24 @@ TEST_F(ExceptionTest, ThrowLocationsStatusNotesAndTheFixedTextWithoutPayload)
     a.fail_at(2);
     exception lost_stack(a, "f.cpp", 1, uvt__ERR_UVT_LOGIC(), nullptr);
     lost_stack << message_argument<int>("X", 1);
-    a.fail_at(4);  // "two"
+    a.fail_at(4); // "two"
     exception lost_message(a, "f.cpp", 1, uvt__ERR_UVT_LOGIC(), nullptr);
     lost_message << uvt::error_message("g.cpp", 2, 9, "one");
     lost_message << uvt::error_message("g.cpp", 3, 9, "two") << message_argument<int>("X", 1);
     host().frames_to_capture = 0;
     exception empty("f.cpp", 1, 1, "t", nullptr);
-    a.fail_at(3);  // the stack status 8 (no frames) becomes 1
+    a.fail_at(3); // the stack status 8 (no frames) becomes 1
     exception lost_param(a, "f.cpp", 1, uvt__ERR_UVT_OUTOFRANGE(), nullptr);
     lost_param << message_argument<int>("IDX", 1) << message_argument<int>("BEG", 2)
                << uvt::error_message("g.cpp", 2, 9, "dropped");
     const std::string none = "NO exception throw location recorded. ";
-    const struct { const char* label; const exception& e; std::string block; int frames; const char* notes; } rows[] = {
+    const struct {
+        const char* label;
+        const exception& e;
+        std::string block;
+        int frames;
+        const char* notes;
+    } rows[] = {
         {"suppressed", suppressed, none + "Stack generation suppressed.\n", 0, nullptr},
         {"no frames", empty, none + "Stack generation system error.\n", 0, nullptr},
         {"captured", captured, trace, 3, nullptr},
@@ -239,7 +248,11 @@ const std::string long_argument(400, 'A');
 // nothing leave the placeholder.
 TEST_F(ExceptionTest, ArgumentTextsAndLookupAcrossTheChain)
 {
-    const struct { int line; void (*add)(exception&); std::string expected; } rows[] = {
+    const struct {
+        int line;
+        void (*add)(exception&);
+        std::string expected;
+    } rows[] = {
         {__LINE__, [](exception& e) { e << message_argument<bool>("V", true); }, "true"},
         {__LINE__, [](exception& e) { e << message_argument<bool>("V", false, true); }, "0"},
         {__LINE__, [](exception& e) { e << message_argument<char>("V", -1); }, "-1"},
@@ -261,7 +274,7 @@ TEST_F(ExceptionTest, ArgumentTextsAndLookupAcrossTheChain)
         {__LINE__, [](exception& e) { e << uvt::msgarg_text("V", "AB\x01\xff", true); }, "41 42 01 FF"},
         {__LINE__, [](exception& e) { e << uvt::msgarg_text("V", "", true); }, ""},
         {__LINE__, [](exception& e) { e << uvt::msgarg_text("V", long_argument.c_str(), true); },
-         std::regex_replace(std::string(341, 'A'), std::regex("A"), "41 ").substr(0, 341 * 3 - 1)},  // 341 bytes
+         std::regex_replace(std::string(341, 'A'), std::regex("A"), "41 ").substr(0, 341 * 3 - 1)}, // 341 bytes
         {__LINE__, [](exception& e) { e << uvt::msgarg_text("V", nullptr); }, "$V$"},
         {__LINE__, [](exception& e) { e.define_argument(nullptr, "x", false); }, "$V$"},
     };
@@ -284,7 +297,7 @@ TEST_F(ExceptionTest, ArgumentTextsAndLookupAcrossTheChain)
     // Arguments are looked up in the first message of each chained exception.
     exception a = make(1, "a");
     a << message_argument<int>("X", 1) << uvt::error_message("f.cpp", 1, 1, "second");
-    a << message_argument<int>("HIDDEN", 9);  // not in a first message
+    a << message_argument<int>("HIDDEN", 9); // not in a first message
     exception b = make(2, "b");
     b << message_argument<int>("Y", 2) << message_argument<int>("X", 3);
     a << b;
@@ -333,17 +346,19 @@ TEST_F(ExceptionTest, ReadersWhatWithAnAllocatorAndAppendedChains)
         EXPECT_EQ(&shown.get_allocator(), &alloc);
         EXPECT_EQ(alloc.live_blocks(), shown.capacity() > 39 ? 1u : 0u) << "the stream's block is gone";
     }
-    const unsigned long points = uvt_test::sweep_allocation_failures(
-        [&](uvt::allocator& failing) { (void)range.what(failing, false); },
-        [](bool threw) { EXPECT_TRUE(threw) << "a text cut short is never returned"; });
+    const unsigned long points =
+        uvt_test::sweep_allocation_failures([&](uvt::allocator& failing) { (void)range.what(failing, false); },
+                                            [](bool threw) {
+                                                EXPECT_TRUE(threw) << "a text cut short is never returned";
+                                            });
     EXPECT_GE(points, 2u);
 
     // Appending refuses a second chain, a cycle and the exception itself; the
     // payloads of a chain are freed whichever end goes first.
     exception first = make(1, "a"), second = make(2, "b"), third = make(3, "c");
     first << second;
-    third << second;  // second is already appended to first
-    second << first;  // would close a cycle
+    third << second; // second is already appended to first
+    second << first; // would close a cycle
     first << first;
     exception copy = first;
     first << copy;
@@ -358,8 +373,8 @@ TEST_F(ExceptionTest, ReadersWhatWithAnAllocatorAndAppendedChains)
             auto first = std::make_unique<exception>(alloc, "a.cpp", 1, uvt__ERR_UVT_LOGIC(), nullptr);
             auto second = std::make_unique<exception>(alloc, "b.cpp", 2, uvt__ERR_UVT_RANGE(), nullptr);
             exception third(alloc, "c.cpp", 3, uvt__ERR_UVT_DOMAIN(), nullptr);
-            *second << third;   // second -> third
-            *first << *second;  // first -> second -> third
+            *second << third;  // second -> third
+            *first << *second; // first -> second -> third
             first->mark_processed();
             second->mark_processed();
             third.mark_processed();
@@ -412,11 +427,11 @@ TEST_F(ExceptionTest, RegistrationOrderAndHostCallbacks)
     EXPECT_EQ(b.get_next_registered(), &a);
     EXPECT_EQ(a.get_next_registered(), nullptr);
 
-    b.unregister_on_thread();  // from the middle
+    b.unregister_on_thread(); // from the middle
     EXPECT_EQ(c.get_next_registered(), &a);
-    c.unregister_on_thread();  // the head
+    c.unregister_on_thread(); // the head
     EXPECT_EQ(exception::get_first_registered(), &a);
-    a << c;  // appending unregisters
+    a << c; // appending unregisters
     EXPECT_EQ(exception::get_first_registered(), &a);
     a.unregister_on_thread();
     EXPECT_EQ(exception::get_first_registered(), nullptr);
@@ -426,11 +441,15 @@ TEST_F(ExceptionTest, RegistrationOrderAndHostCallbacks)
         exception d = make(4, "d");
         d.register_on_thread();
         d.mark_processed();
-    }  // the destructor unregisters
+    } // the destructor unregisters
 
     // What the host hears of, by scenario: forgotten, caught and unhandled
     // exceptions, and the error number last reported (-1: none).
-    const struct { const char* label; int forgotten, caught, unhandled, last_error_no; void (*scenario)(); } rows[] = {
+    const struct {
+        const char* label;
+        int forgotten, caught, unhandled, last_error_no;
+        void (*scenario)();
+    } rows[] = {
         {"the last unprocessed copy is forgotten", 1, 0, 0, 11,
          [] {
              exception e = make(11, "lost"), copy = e, assigned = make(12, "other");
@@ -467,7 +486,7 @@ TEST_F(ExceptionTest, RegistrationOrderAndHostCallbacks)
          [] {
              exception e = make(21, "lost by the host");
              e.register_on_thread();
-             host().unregister_exception(e);  // the host forgets its list
+             host().unregister_exception(e); // the host forgets its list
              e.unregister_on_thread();
              EXPECT_TRUE(e.register_on_thread_()) << "the word is reset";
              e.unregister_on_thread();
@@ -493,7 +512,7 @@ TEST_F(ExceptionDeathTest, RegisteringTheHeadAgainOrReturningFromAThrowAborts)
     EXPECT_DEATH(
         {
             exception e = make(1, "x");
-            host().register_exception(e);  // head without the object knowing
+            host().register_exception(e); // head without the object knowing
             e.register_on_thread_();
         },
         "Infinite recursion on exc");
@@ -524,7 +543,7 @@ TEST_F(ExceptionTest, ConcurrentCopiesDropsAndAppends)
             });
         }
         go = true;
-        copies.clear();  // races with the workers' copies
+        copies.clear(); // races with the workers' copies
         for (auto& w : workers)
             w.join();
     }
@@ -543,13 +562,13 @@ TEST_F(ExceptionTest, ConcurrentCopiesDropsAndAppends)
     std::vector<std::thread> workers;
     for (int i = 0; i < appenders; ++i) {
         workers.emplace_back([&, i] {
-            heads[i] << own[i];  // all on one shared tail
+            heads[i] << own[i]; // all on one shared tail
             // Readers and the processed flag may overlap with the appends.
             if (heads[i].error_no() != 60 || std::string(heads[i].what()).empty())
                 ++bad_reads;
             heads[i].mark_processed();
             exception other_head = make(80 + i, "other head");
-            other_head << contested_copies[i];  // only one chain may take it
+            other_head << contested_copies[i]; // only one chain may take it
             appended.arrive_and_wait();
             if (other_head.get_next().data())
                 ++won;
@@ -589,7 +608,7 @@ TEST_F(ExceptionTest, AllocationFailureSweepOverBuildingAppendingAndPrinting)
             e << appended;
             uvt::buffer_stream<4096> os;
             e.print(os);
-            appended.print(os);  // shows what was lost when it could not be appended
+            appended.print(os); // shows what was lost when it could not be appended
             output = os.c_str();
             EXPECT_TRUE(e.is_processed() || !e.data());
         },

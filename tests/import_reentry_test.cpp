@@ -5,9 +5,9 @@
 
 #include "support/test_allocator.h"
 
-#include <uvt/import>
 #include <uvt/impl/malloc_allocator>
 #include <uvt/impl/memory>
+#include <uvt/import>
 
 #include <gtest/gtest.h>
 

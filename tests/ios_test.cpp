@@ -55,16 +55,24 @@ protected:
     }
 };
 
-struct capture_stream { capture_buf buf; uvt::ostream os{&buf}; };
+struct capture_stream {
+    capture_buf buf;
+    uvt::ostream os{&buf};
+};
 
 std::ios_base::fmtflags to_std(ios_base::fmtflags f)
 {
     static const std::pair<ios_base::fmtflags, std::ios_base::fmtflags> map[] = {
-        {ios_base::boolalpha, std::ios_base::boolalpha}, {ios_base::dec, std::ios_base::dec},
-        {ios_base::hex, std::ios_base::hex},             {ios_base::oct, std::ios_base::oct},
-        {ios_base::left, std::ios_base::left},           {ios_base::right, std::ios_base::right},
-        {ios_base::internal, std::ios_base::internal},   {ios_base::showbase, std::ios_base::showbase},
-        {ios_base::showpos, std::ios_base::showpos},     {ios_base::uppercase, std::ios_base::uppercase},
+        {ios_base::boolalpha, std::ios_base::boolalpha},
+        {ios_base::dec, std::ios_base::dec},
+        {ios_base::hex, std::ios_base::hex},
+        {ios_base::oct, std::ios_base::oct},
+        {ios_base::left, std::ios_base::left},
+        {ios_base::right, std::ios_base::right},
+        {ios_base::internal, std::ios_base::internal},
+        {ios_base::showbase, std::ios_base::showbase},
+        {ios_base::showpos, std::ios_base::showpos},
+        {ios_base::uppercase, std::ios_base::uppercase},
     };
     std::ios_base::fmtflags out{};
     for (auto [mine, theirs] : map)
@@ -73,12 +81,18 @@ std::ios_base::fmtflags to_std(ios_base::fmtflags f)
     return out;
 }
 
-struct format { ios_base::fmtflags flags; long width; };
+struct format {
+    ios_base::fmtflags flags;
+    long width;
+};
 
 std::vector<format> all_formats()
 {
     const ios_base::fmtflags bases[] = {0, ios_base::dec, ios_base::oct, ios_base::hex};
-    const ios_base::fmtflags extras[] = {0, ios_base::showbase, ios_base::showpos, ios_base::uppercase,
+    const ios_base::fmtflags extras[] = {0,
+                                         ios_base::showbase,
+                                         ios_base::showpos,
+                                         ios_base::uppercase,
                                          ios_base::showbase | ios_base::uppercase,
                                          ios_base::showbase | ios_base::showpos | ios_base::boolalpha};
     const ios_base::fmtflags adjusts[] = {0, ios_base::left, ios_base::right, ios_base::internal};
@@ -128,7 +142,8 @@ template <class... T>
 void expect_like_standard_limits()
 {
     (expect_like_standard<T>({T(0), T(1), T(42), T(255), std::numeric_limits<T>::max(), std::numeric_limits<T>::min(),
-                              T(std::numeric_limits<T>::max() / 3), T(-1), T(-42), T(std::numeric_limits<T>::min() + 1)}),
+                              T(std::numeric_limits<T>::max() / 3), T(-1), T(-42),
+                              T(std::numeric_limits<T>::min() + 1)}),
      ...);
 }
 
@@ -137,7 +152,7 @@ TEST(OstreamFormat, ValuesMatchTheStandardStreamsAndPointersTheCLibrary)
     expect_like_standard_limits<short, unsigned short, int, unsigned, long, unsigned long, long long,
                                 unsigned long long>();
     expect_like_standard<bool>({false, true});
-    for (const format& f : all_formats()) {  // characters and strings pad alike
+    for (const format& f : all_formats()) { // characters and strings pad alike
         ASSERT_EQ(with_uvt('x', f), with_std('x', f)) << f.flags << " " << f.width;
         ASSERT_EQ(with_uvt("-abc", f), with_std("-abc", f)) << f.flags << " " << f.width;
         ASSERT_EQ(with_uvt("", f), with_std("", f)) << f.flags << " " << f.width;
@@ -152,10 +167,9 @@ TEST(OstreamFormat, ValuesMatchTheStandardStreamsAndPointersTheCLibrary)
     EXPECT_EQ(with_uvt(reinterpret_cast<const void*>(0xab), {ios_base::internal, 7}), "0x***ab");
 
     uvt::ostrstream os(uvt::allocator::global_allocator());
-    os << uvt::setw(5) << uvt::setfill('.') << 42 << '|' << uvt::hex << uvt::showbase << 255 << '|'
-       << uvt::noshowbase << uvt::uppercase << 255 << '|' << uvt::setbase(8) << 8 << '|' << uvt::setbase(3)
-       << 8 << '|' << uvt::boolalpha << true << '|' << uvt::left << uvt::setw(4) << 'a' << '|' << uvt::dec
-       << uvt::setprecision(3) << uvt::ends;
+    os << uvt::setw(5) << uvt::setfill('.') << 42 << '|' << uvt::hex << uvt::showbase << 255 << '|' << uvt::noshowbase
+       << uvt::uppercase << 255 << '|' << uvt::setbase(8) << 8 << '|' << uvt::setbase(3) << 8 << '|' << uvt::boolalpha
+       << true << '|' << uvt::left << uvt::setw(4) << 'a' << '|' << uvt::dec << uvt::setprecision(3) << uvt::ends;
     EXPECT_EQ(std::string(os.c_str(), os.size()), std::string("...42|0xff|FF|10|8|true|a...|\0", 30));
     EXPECT_EQ(os.precision(), 3);
 }
@@ -169,17 +183,17 @@ TEST(IosState, FailingInsertionsSetBadbitTheSentryFlushesAndNoBufferIsBad)
         const char* label;
         void (*prepare)(capture_buf&);
         void (*insert)(uvt::ostream&);
-        const char* text;  // what reaches the buffer
-        const char* what;  // of the failure thrown under the mask
+        const char* text; // what reaches the buffer
+        const char* what; // of the failure thrown under the mask
     } rows[] = {
         {"null string", [](capture_buf&) {}, [](uvt::ostream& os) { os << static_cast<const char*>(nullptr); }, "",
          "basic_ios::clear"},
         {"short write stops the field", [](capture_buf& b) { b.limit = 3; },
          [](uvt::ostream& os) { os << uvt::setw(6) << 12; }, "   ", "basic_ios::clear"},
-        {"buffer throws on <<", [](capture_buf& b) { b.throw_on_write = true; },
-         [](uvt::ostream& os) { os << "abc"; }, "", "capture_buf"},
-        {"buffer throws on put", [](capture_buf& b) { b.throw_on_write = true; },
-         [](uvt::ostream& os) { os.put('x'); }, "", "capture_buf"},
+        {"buffer throws on <<", [](capture_buf& b) { b.throw_on_write = true; }, [](uvt::ostream& os) { os << "abc"; },
+         "", "capture_buf"},
+        {"buffer throws on put", [](capture_buf& b) { b.throw_on_write = true; }, [](uvt::ostream& os) { os.put('x'); },
+         "", "capture_buf"},
     };
     for (const auto& row : rows) {
         for (bool masked : {false, true}) {
@@ -220,7 +234,7 @@ TEST(IosState, FailingInsertionsSetBadbitTheSentryFlushesAndNoBufferIsBad)
     sentried.os.tie(&tied.os);
     sentried.os << 1 << "x";
     EXPECT_EQ(tied.buf.syncs, 2);
-    sentried.os.tie(&sentried.os);  // tied to itself: no endless flushing
+    sentried.os.tie(&sentried.os); // tied to itself: no endless flushing
     sentried.os << 2;
     EXPECT_EQ(sentried.buf.text, "1x2");
 
@@ -258,12 +272,12 @@ TEST(IosStorage, IwordAndPwordGrowOnDemandAndThreadsGetDistinctIndices)
     EXPECT_EQ(s.os.iword(a), 0);
     s.os.iword(a) = 17;
     s.os.pword(b) = &s;
-    EXPECT_EQ(s.os.pword(1000), nullptr);  // grows the table
+    EXPECT_EQ(s.os.pword(1000), nullptr); // grows the table
     EXPECT_EQ(s.os.iword(a), 17);
     EXPECT_EQ(s.os.pword(b), &s);
     EXPECT_TRUE(s.os.good());
 
-    s.os.iword(-1) = 5;  // scratch slot
+    s.os.iword(-1) = 5; // scratch slot
     EXPECT_TRUE(s.os.bad());
     EXPECT_EQ(s.os.iword(a), 17);
 
@@ -297,10 +311,7 @@ TEST(IosStorage, IwordAndPwordGrowOnDemandAndThreadsGetDistinctIndices)
 using events = std::vector<std::pair<ios_base::event, int>>;
 events* event_log;
 
-void log_event(ios_base::event e, ios_base&, int index)
-{
-    event_log->push_back({e, index});
-}
+void log_event(ios_base::event e, ios_base&, int index) { event_log->push_back({e, index}); }
 
 void ignore_event(ios_base::event, ios_base&, int) {}
 
@@ -348,7 +359,11 @@ TEST(IosCallbacks, CalledLastRegisteredFirstTableDoublesAndFailuresLeaveTheTarge
         EXPECT_EQ(global.attempts() - attempts, 8u);
         EXPECT_EQ(global.live_blocks() - live, 2u);
     }
-    const struct { int line; unsigned long failing_allocation; const char* message; } rows[] = {
+    const struct {
+        int line;
+        unsigned long failing_allocation;
+        const char* message;
+    } rows[] = {
         {__LINE__, 1, "ios_base::register_callback bad_alloc"},
         {__LINE__, 2, "ios_base::register_callback"},
     };
@@ -368,7 +383,7 @@ TEST(IosCallbacks, CalledLastRegisteredFirstTableDoublesAndFailuresLeaveTheTarge
         }
         EXPECT_EQ(log, (events{{ios_base::erase_event, 1}}));
     }
-    event_log = &log;  // for the erase event of `source`
+    event_log = &log; // for the erase event of `source`
 
     // A failing copyfmt sets badbit and leaves the target's format.
     capture_stream formatted;

@@ -72,7 +72,7 @@ TEST(MemlibExport, CNamesAreTheInternalEntryPointsExactlyWhenExported)
 
 unsigned char pattern(std::size_t i, unsigned seed)
 {
-    return static_cast<unsigned char>((i * 167 + seed * 59 + (i >> 8)) % 251 + 1);  // never 0
+    return static_cast<unsigned char>((i * 167 + seed * 59 + (i >> 8)) % 251 + 1); // never 0
 }
 
 // Never 0 either; the wide elements hold zero bytes and bytes above 0x7F.
@@ -134,7 +134,7 @@ std::vector<T> every(T first, T last)
 }
 
 constexpr std::size_t max_size = 300;
-constexpr std::size_t margin = 64;  // untouched bytes checked on both sides
+constexpr std::size_t margin = 64; // untouched bytes checked on both sides
 
 TEST(Memlib, MemcpyAndMemsetEverySizeAndMisalignmentAndLargeCopiesAndMoves)
 {
@@ -149,7 +149,7 @@ TEST(Memlib, MemcpyAndMemsetEverySizeAndMisalignmentAndLargeCopiesAndMoves)
                 ASSERT_EQ(copy_mismatch(dst, sizeof dst, margin + da, margin + sa, n, 2, 1), sizeof dst)
                     << "memcpy n " << n << " src+" << sa << " dst+" << da;
             }
-            for (int c : {0, 0xA5, 0x17F}) {  // only the low byte of c counts
+            for (int c : {0, 0xA5, 0x17F}) { // only the low byte of c counts
                 fill(dst, sizeof dst, 7);
                 ASSERT_EQ(memset_impl(dst + margin + da, c, n), dst + margin + da);
                 const std::size_t at = first_mismatch(dst, sizeof dst, [&](std::size_t i) {
@@ -188,9 +188,12 @@ TEST(Memlib, MemcpyAndMemsetEverySizeAndMisalignmentAndLargeCopiesAndMoves)
 // everything else.
 TEST(Memlib, MemmoveOverlappingBothWays)
 {
-    const struct { std::size_t shortest, longest; std::vector<long> shifts; } rows[] = {
-        {0, max_size, {-300, -100, -65, -64, -63, -33, -32, -31, -17, -16, -15, -8, -7, -3, -2, -1, 0,
-                       1, 2, 3, 7, 8, 15, 16, 17, 31, 32, 33, 63, 64, 65, 100, 300}},
+    const struct {
+        std::size_t shortest, longest;
+        std::vector<long> shifts;
+    } rows[] = {
+        {0, max_size, {-300, -100, -65, -64, -63, -33, -32, -31, -17, -16, -15, -8, -7, -3, -2,  -1, 0,
+                       1,    2,    3,   7,   8,   15,  16,  17,  31,  32,  33,  63, 64, 65, 100, 300}},
         {64, 200, every(-15l, 15l)},
     };
     constexpr std::size_t size = 2 * max_size + 2 * margin + 16;
@@ -329,14 +332,18 @@ void scan_from_every_start(const string_routines<C>& f, std::size_t length)
 // page, where the string starts right after the guard below).
 TEST(Memlib, ScansAndCopiesTouchingTheEdgesOfAPage)
 {
-    const struct { int line; void (*scan)(std::size_t length); std::vector<std::size_t> lengths; } rows[] = {
+    const struct {
+        int line;
+        void (*scan)(std::size_t length);
+        std::vector<std::size_t> lengths;
+    } rows[] = {
         {__LINE__, [](std::size_t n) { scan_to_page_end(narrow, n); }, every(0ul, 1100ul)},
         {__LINE__, [](std::size_t n) { scan_to_page_end(narrow, n); }, {page_size() - 1}},
         {__LINE__, [](std::size_t n) { scan_to_page_end(wide, n); }, every(0ul, 300ul)},
-        {__LINE__, [](std::size_t n) { scan_from_every_start(narrow, n); },
+        {__LINE__,
+         [](std::size_t n) { scan_from_every_start(narrow, n); },
          {0, 1, 15, 16, 17, 40, 63, 64, 95, 111, 127, 130, 200, 255}},
-        {__LINE__, [](std::size_t n) { scan_from_every_start(wide, n); },
-         {0, 3, 4, 5, 15, 16, 31, 32, 50, 64}},
+        {__LINE__, [](std::size_t n) { scan_from_every_start(wide, n); }, {0, 3, 4, 5, 15, 16, 31, 32, 50, 64}},
     };
     for (const auto& row : rows)
         for (std::size_t length : row.lengths) {
@@ -436,7 +443,8 @@ TEST(MemlibStrncpy, EveryLengthCountAndMisalignmentThePageEndAndTheCheckedVarian
     // The checked variants raise SIGSEGV when the destination is too small,
     // then do the operation anyway.
     using namespace std::string_literals;
-    struct sigaction action{}, previous{};
+    struct sigaction action {
+    }, previous{};
     action.sa_handler = [](int) { segv_count = segv_count + 1; };
     sigemptyset(&action.sa_mask);
     ASSERT_EQ(sigaction(SIGSEGV, &action, &previous), 0);
@@ -461,8 +469,8 @@ constexpr std::uint32_t ecx_sse3 = 1u << 0, ecx_pclmul = 1u << 1, ecx_ssse3 = 1u
                         ecx_avx = 1u << 28;
 constexpr std::uint32_t ebx7_avx2 = 1u << 5;
 constexpr std::uint64_t xcr0_xmm_ymm = 0x6;
-constexpr std::uint32_t ecx_all = ecx_sse3 | ecx_pclmul | ecx_ssse3 | ecx_sse41 | ecx_sse42 | ecx_popcnt | ecx_aes |
-                                  ecx_osxsave | ecx_avx;
+constexpr std::uint32_t ecx_all =
+    ecx_sse3 | ecx_pclmul | ecx_ssse3 | ecx_sse41 | ecx_sse42 | ecx_popcnt | ecx_aes | ecx_osxsave | ecx_avx;
 
 // The level the dispatch should see under this process's UVT_CPU_LEVEL.
 std::int32_t expected_dispatch_level()
@@ -476,7 +484,12 @@ std::int32_t expected_dispatch_level()
 
 TEST(MemlibDispatch, LevelsFromTheFeaturesAndTablesFollowingTheLevel)
 {
-    struct row { std::uint32_t ecx; std::uint64_t xcr0; std::uint32_t ebx7; std::int32_t level; };
+    struct row {
+        std::uint32_t ecx;
+        std::uint64_t xcr0;
+        std::uint32_t ebx7;
+        std::int32_t level;
+    };
     const row rows[] = {
         {0, 0, 0, CPU_SSE2},
         {ecx_sse3, 0, 0, CPU_SSE3},
@@ -529,7 +542,7 @@ TEST(MemlibDispatch, LevelsFromTheFeaturesAndTablesFollowingTheLevel)
     const CopyLoops copy = level >= CPU_SSSE3 ? CopyLoops::ssse3 : CopyLoops::sse2;
     EXPECT_EQ(d.memcpyLoops, copy);
     EXPECT_EQ(d.memmoveLoops, copy);
-    const StrncpyLoops strncpy = level >= CPU_AVX2  ? StrncpyLoops::avx2
+    const StrncpyLoops strncpy = level >= CPU_AVX2   ? StrncpyLoops::avx2
                                  : level > CPU_SSE42 ? StrncpyLoops::avx
                                                      : StrncpyLoops::sse2;
     EXPECT_EQ(d.strncpyLoops, strncpy);

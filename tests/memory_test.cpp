@@ -116,10 +116,10 @@ TEST(MallocAllocator, ProcessWideOnesBlockAllocatorsReferencesMalfunctionsAndCon
 {
     allocator& global = allocator::global_allocator();
     EXPECT_EQ(&global, &allocator::internal_global_allocator());
-    for (allocator* a : {&allocator::null_allocator(), &allocator::composite_allocator(),
-                         &allocator::allocate_only_allocator(), &allocator::adaptor_allocator(),
-                         &uvt::get_emergency_allocator(), &uvt::exception::default_allocator(),
-                         uvt_extern::import::get_out_of_memory_allocator()})
+    for (allocator* a :
+         {&allocator::null_allocator(), &allocator::composite_allocator(), &allocator::allocate_only_allocator(),
+          &allocator::adaptor_allocator(), &uvt::get_emergency_allocator(), &uvt::exception::default_allocator(),
+          uvt_extern::import::get_out_of_memory_allocator()})
         EXPECT_EQ(a, &global);
     EXPECT_EQ(&global, &uvt_extern::UvtMallocAllocator::instance());
     EXPECT_STREQ(global.getName().c_str(), "UvtMallocAllocator");
@@ -131,7 +131,9 @@ TEST(MallocAllocator, ProcessWideOnesBlockAllocatorsReferencesMalfunctionsAndCon
     EXPECT_EQ(orphan.getNonTempParentAllocator(), nullptr);
 
     // Block allocators fix the alignment.
-    struct Case { unsigned long block_size, alignment; };
+    struct Case {
+        unsigned long block_size, alignment;
+    };
     for (Case c : {Case{48, 0}, Case{0, 4096}, Case{256, 256}, Case{1, 1}, Case{100, 0}}) {
         auto block = global.createBlockAllocator("blocks", c.block_size, uvt::vela_component{});
         EXPECT_EQ(block->getAlignmentSize(), c.alignment) << "block size " << c.block_size;
@@ -150,7 +152,7 @@ TEST(MallocAllocator, ProcessWideOnesBlockAllocatorsReferencesMalfunctionsAndCon
     EXPECT_EQ(impl->referenceCount(), 2u);
     block.reset();
     EXPECT_EQ(impl->referenceCount(), 1u);
-    copy->deallocate(copy->allocate(8));  // still usable
+    copy->deallocate(copy->allocate(8)); // still usable
     impl->addReferences(3);
     EXPECT_EQ(impl->referenceCount(), 4u);
     for (int i = 0; i < 3; ++i)

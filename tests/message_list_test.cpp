@@ -18,11 +18,20 @@
 
 namespace {
 
-struct param { const char* name; const char* value; bool replace = false; };
+struct param {
+    const char* name;
+    const char* value;
+    bool replace = false;
+};
 
 // A template with its parameters, expanded through msg_write_stream and
 // through msg_byte_stream.
-struct expansion_case { int line; const char* text; std::vector<param> params; std::string streamed, bytes; };
+struct expansion_case {
+    int line;
+    const char* text;
+    std::vector<param> params;
+    std::string streamed, bytes;
+};
 
 std::string expand_to_stream(const uvt::exception_node& n)
 {
@@ -49,10 +58,16 @@ void build(uvt::message_list& list, const char* text, const std::vector<param>& 
 }
 
 const std::vector<expansion_case> expansion_cases = {
-    {__LINE__, "Index $IDX$ out of range [$BEG$, $END$)", {{"IDX", "7"}, {"BEG", "0"}, {"END", "5"}},
-     "Index 7 out of range [0, 5)", "Index 7 out of range [0, 5)"},
-    {__LINE__, "Index $IDX$ out of range [$BEG$, $END$)", {{"END", "5"}, {"BEG", "0"}, {"IDX", "7"}},
-     "Index 7 out of range [0, 5)", "Index 7 out of range [0, 5)"},
+    {__LINE__,
+     "Index $IDX$ out of range [$BEG$, $END$)",
+     {{"IDX", "7"}, {"BEG", "0"}, {"END", "5"}},
+     "Index 7 out of range [0, 5)",
+     "Index 7 out of range [0, 5)"},
+    {__LINE__,
+     "Index $IDX$ out of range [$BEG$, $END$)",
+     {{"END", "5"}, {"BEG", "0"}, {"IDX", "7"}},
+     "Index 7 out of range [0, 5)",
+     "Index 7 out of range [0, 5)"},
     {__LINE__, "Failed", {{"X", "1"}}, "Failed; $X$=1", "Failed; $X$=1"},
     {__LINE__, "Failed", {{"X", "1"}, {"Y", "2"}}, "Failed; $X$=1; $Y$=2", "Failed; $X$=1; $Y$=2"},
     {__LINE__, "Value $V$", {{"V", "1"}, {"V", "2", true}}, "Value 2", "Value 2"},
@@ -65,7 +80,7 @@ const std::vector<expansion_case> expansion_cases = {
     {__LINE__, "a $B", {}, "a ", "a "},
     {__LINE__, "a $$ b $X$", {{"X", "1"}}, "a ; $X$=1", "a ; $X$=1"},
     {__LINE__, "$UNKNOWN$ stays", {}, "$UNKNOWN$ stays", "$UNKNOWN$ stays"},
-    {__LINE__, "$A$B$C", {{"B", "1"}}, "$A$B; $B$=1", "$A$B; $B$=1"},  // the closing "$" opens nothing
+    {__LINE__, "$A$B$C", {{"B", "1"}}, "$A$B; $B$=1", "$A$B; $B$=1"}, // the closing "$" opens nothing
     {__LINE__, "price \\$5", {}, "price $5", "price $5"},
     {__LINE__, "\\$X\\$", {{"X", "1"}}, "$X$; $X$=1", "$X$; $X$=1"},
     {__LINE__, "back\\\\slash \\n", {}, "back\\slash n", "back\\slash n"},
@@ -75,7 +90,10 @@ const std::vector<expansion_case> expansion_cases = {
     {__LINE__, "Failed", {{"", "done."}}, "Failed done.", "Failed. done."},
     {__LINE__, "Failed", {{"X", "v  \r\n"}}, "Failed; $X$=v", "Failed; $X$=v  \r\n"},
     {__LINE__, "Failed", {{"E", "l1\nl2\n"}}, "Failed\n$E$=\nl1\nl2\n", "Failed; $E$=l1\nl2\n"},
-    {__LINE__, "Failed", {{"E", "l1\nl2"}, {"F", "x"}, {"G", "y"}}, "Failed\n$E$=\nl1\nl2\n$F$=x; $G$=y",
+    {__LINE__,
+     "Failed",
+     {{"E", "l1\nl2"}, {"F", "x"}, {"G", "y"}},
+     "Failed\n$E$=\nl1\nl2\n$F$=x; $G$=y",
      "Failed; $E$=l1\nl2; $F$=x; $G$=y"},
     {__LINE__, "Failed", {{"", "a\nb"}}, "Failed\na\nb\n", "Failed. a\nb"},
 };
@@ -113,11 +131,14 @@ TEST(MessageList, ExpansionParametersBlockSizesFailuresAndExceptionsWithoutHost)
     // The byte stream stops at the piece that does not fit.
     uvt::message_list list(uvt::allocator::global_allocator());
     build(list, "Index $IDX$ out of range", {{"IDX", "7"}, {"X", "1"}});
-    const struct { std::size_t size; const char* expected; } rows[] = {
+    const struct {
+        std::size_t size;
+        const char* expected;
+    } rows[] = {
         {1, ""},
-        {7, "Index "},   // "7" would be the 7th character: no room for the terminator
-        {8, "Index 7"},  // " out of range" does not fit; neither does the remainder
-        {25, "Index 7 out of range"},  // the remainder "; $X$=1" is all or nothing
+        {7, "Index "},                // "7" would be the 7th character: no room for the terminator
+        {8, "Index 7"},               // " out of range" does not fit; neither does the remainder
+        {25, "Index 7 out of range"}, // the remainder "; $X$=1" is all or nothing
         {28, "Index 7 out of range; $X$=1"},
     };
     for (const auto& row : rows) {
@@ -129,7 +150,7 @@ TEST(MessageList, ExpansionParametersBlockSizesFailuresAndExceptionsWithoutHost)
     EXPECT_EQ(untouched, '#');
 
     // A node without message writes its plain text as it is.
-    alignas(8) unsigned char block[sizeof(uvt::exception_node) + 8];  // with room for an empty text
+    alignas(8) unsigned char block[sizeof(uvt::exception_node) + 8]; // with room for an empty text
     uvt::exception_node* n = uvt::exception_node::construct(block, nullptr, 0, 0, nullptr);
     n->has_message = false;
     n->plain_text = "plain $X$ \\$";
@@ -164,8 +185,7 @@ TEST(MessageList, ExpansionParametersBlockSizesFailuresAndExceptionsWithoutHost)
     // bytes more (its header and the worst alignment gap, less the node header)
     // and lies aligned inside its block; a parameter keeps at least 8 bytes of
     // value.
-    const std::pair<const char*, unsigned long> messages[] = {
-        {nullptr, 64}, {"1234567", 64}, {"12345678", 72}};
+    const std::pair<const char*, unsigned long> messages[] = {{nullptr, 64}, {"1234567", 64}, {"12345678", 72}};
     for (auto [text, node_bytes] : messages) {
         SCOPED_TRACE(text ? text : "null");
         uvt_test::counting_allocator a;

@@ -63,7 +63,12 @@ TEST(BadAlloc, FailureTypesConstructorsTheOutOfMemoryAllocatorThrowEntryPointsAn
         EXPECT_EQ(streamed(t), "<Unexpected allocation failure type " + std::to_string(v) + ">");
     }
 
-    const struct { const char* name; uvt::bad_alloc (*make)(); int notifications; const char* reason; } cases[] = {
+    const struct {
+        const char* name;
+        uvt::bad_alloc (*make)();
+        int notifications;
+        const char* reason;
+    } cases[] = {
         {"silent", [] { return uvt::bad_alloc(F, 1, true); }, 0, ""},
         {"not silent", [] { return uvt::bad_alloc(F, 1, false); }, 1, ""},
         {"caller", [] { return uvt::bad_alloc(F, 1, static_cast<const void*>(F)); }, 1, ""},
@@ -120,7 +125,13 @@ TEST(BadAlloc, FailureTypesConstructorsTheOutOfMemoryAllocatorThrowEntryPointsAn
 
     // Both notify the host once and throw a uvt::bad_alloc that a std::bad_alloc
     // handler catches, with the same what() through both bases.
-    const struct { const char* label; void (*thrower)(); const char* file; int line; const char* items; } rows[] = {
+    const struct {
+        const char* label;
+        void (*thrower)();
+        const char* file;
+        int line;
+        const char* items;
+    } rows[] = {
         {"throw_uvt_bad_allocation", [] { throw_uvt_bad_allocation(F, 5); }, F, 5, ""},
         {"impl::throwBadAllocation", [] { uvt::impl::throwBadAllocation(12345); }, "uvt/impl/memory", 451, "12345"},
     };

@@ -36,7 +36,7 @@ std::string expanded(const uvt::exception& e)
     uvt::ostrstream os(uvt::allocator::global_allocator());
     e.print_short(os, true, true);
     std::string s = os.c_str();
-    s.erase(0, s.find(": ") + 2);  // "exception <number>: "
+    s.erase(0, s.find(": ") + 2); // "exception <number>: "
     while (!s.empty() && s.back() == '\n')
         s.pop_back();
     return s;
@@ -48,9 +48,9 @@ template <class Base, class... E>
 constexpr bool all_derive = (std::is_convertible_v<E*, Base*> && ...);
 static_assert(all_derive<uvt::logic_error, uvt::domain_error, uvt::invalid_argument, uvt::length_error,
                          uvt::out_of_range, uvt::wrong_enum_type>);
-static_assert(all_derive<uvt::runtime_error, uvt::overflow_error, uvt::range_error, uvt::underflow_error,
-                         uvt::null_pointer, uvt::invalid_unicode_symbol, uvt::regex_error, uvt::time_conversion_error,
-                         uvt::invalid_guid_symbol>);
+static_assert(
+    all_derive<uvt::runtime_error, uvt::overflow_error, uvt::range_error, uvt::underflow_error, uvt::null_pointer,
+               uvt::invalid_unicode_symbol, uvt::regex_error, uvt::time_conversion_error, uvt::invalid_guid_symbol>);
 static_assert(all_derive<uvt::overflow_error, uvt::time_overflow_error>);
 static_assert(all_derive<std::bad_cast, uvt::bad_cast> && all_derive<std::bad_typeid, uvt::bad_typeid> &&
               all_derive<std::bad_exception, uvt::bad_exception>);
@@ -142,8 +142,7 @@ std::vector<ThrowCase> helper_cases()
         helper<runtime_error>([] { throwInvalidSorting(F, 10); }, 1000008, "Invalid sorting"),
         helper<runtime_error>([] { throwBadData(F, 10, 42); }, 1000033, "Data error, unexpected value: 42"),
         helper<out_of_range>([] { throwOutOfRange(F, 10, 7, 0, 5); }, 1000003, "Index 7 out of range [0, 5)"),
-        helper<out_of_range>([] { impl::throwOutOfRange(F, 10, "key does not exist"); }, 1000003,
-                             "key does not exist"),
+        helper<out_of_range>([] { impl::throwOutOfRange(F, 10, "key does not exist"); }, 1000003, "key does not exist"),
         helper<out_of_range>([] { impl::throwOutOfRange(F, 10, -1, 0, 3); }, 1000003, "Index -1 out of range [0, 3)"),
         helper<regex_error>([] { regex_error::doThrow(F, 10, error_syntax, "a(b"); }, 1000037,
                             "Regular expression error no.ERR_UVT_REGEXP+14:regex_error(error_syntax). a(b"),
@@ -225,8 +224,8 @@ TEST(ExceptionClasses, StandardMirrorsCopiesAndRegexErrorTexts)
     EXPECT_STREQ(assigned.get_msgarg_by_name("IDX"), "3");
     EXPECT_STREQ(assigned.get_msgarg_by_name("END"), "2");
     const uvt::ios_base::failure failure(F, 11);
-    for (const uvt::exception* e : {static_cast<const uvt::exception*>(&original),
-                                    static_cast<const uvt::exception*>(&failure)}) {
+    for (const uvt::exception* e :
+         {static_cast<const uvt::exception*>(&original), static_cast<const uvt::exception*>(&failure)}) {
         try {
             e->do_throw();
         } catch (const uvt::exception& thrown) {
@@ -236,7 +235,10 @@ TEST(ExceptionClasses, StandardMirrorsCopiesAndRegexErrorTexts)
     }
 
     // Spot checks of the library's text table and the codes beyond it.
-    struct Row { int code; const char* text; } rows[] = {
+    struct Row {
+        int code;
+        const char* text;
+    } rows[] = {
         {0, "regex_error(error_collate): The expression contained an invalid collating element name."},
         {13, "regex_error(error_parse)"},
         {15, "regex_error"},

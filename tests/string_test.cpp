@@ -129,7 +129,7 @@ TEST(StringStates, InlineGrowthShrinkAndSharingRulesAndConcurrentRelease)
                     uvt::string copy(shared);
                     uvt::string other(copy);
                     if (i % 100 == 0)
-                        other.push_back('!');  // makes a private block
+                        other.push_back('!'); // makes a private block
                     ASSERT_EQ(copy.size(), 100u);
                 }
             });
@@ -141,9 +141,8 @@ TEST(StringStates, InlineGrowthShrinkAndSharingRulesAndConcurrentRelease)
     EXPECT_EQ(released.live_blocks(), 0u);
 }
 
-const char* const long_literal =
-    "0123456789012345678901234567890123456789012345678901234567890123456789"
-    "0123456789012345678901234567890123456789012345678901234567890123456789";
+const char* const long_literal = "0123456789012345678901234567890123456789012345678901234567890123456789"
+                                 "0123456789012345678901234567890123456789012345678901234567890123456789";
 
 std::string rvalue_text_of(const std::function<void()>& change)
 {
@@ -171,19 +170,40 @@ TEST(StringModel, RandomOperationsMatchStdStringAndViewsRefuseEveryChange)
             const std::size_t pos = pick(model[i].size() + 1), len = pick(60);
             const std::string piece = letters.substr(pick(letters.size()), len);
             switch (pick(9)) {
-            case 0: mine[i].append(piece.data(), piece.size()); model[i] += piece; break;
-            case 1: mine[i].append(mine[j]); model[i] += model[j]; break;
-            case 2: mine[i] = mine[j]; model[i] = model[j]; break;
+            case 0:
+                mine[i].append(piece.data(), piece.size());
+                model[i] += piece;
+                break;
+            case 1:
+                mine[i].append(mine[j]);
+                model[i] += model[j];
+                break;
+            case 2:
+                mine[i] = mine[j];
+                model[i] = model[j];
+                break;
             case 3: {
                 const std::size_t from = pos / 2, n = std::min(len / 4, model[i].size() - from);
                 mine[i].insert(pos, mine[i].data() + from, n);
                 model[i].insert(pos, model[i].substr(from, n));
                 break;
             }
-            case 4: mine[i].replace(pos, len, piece.c_str()); model[i].replace(pos, len, piece); break;
-            case 5: mine[i].replace(pos, len, ""); model[i].erase(pos, len); break;
-            case 6: mine[i].push_back('z'); model[i].push_back('z'); break;
-            case 7: mine[i].swap(mine[j]); model[i].swap(model[j]); break;
+            case 4:
+                mine[i].replace(pos, len, piece.c_str());
+                model[i].replace(pos, len, piece);
+                break;
+            case 5:
+                mine[i].replace(pos, len, "");
+                model[i].erase(pos, len);
+                break;
+            case 6:
+                mine[i].push_back('z');
+                model[i].push_back('z');
+                break;
+            case 7:
+                mine[i].swap(mine[j]);
+                model[i].swap(model[j]);
+                break;
             case 8: {
                 const std::size_t from = pick(model[j].size() + 1);
                 mine[i].assign(mine[j], from, len);
@@ -236,10 +256,18 @@ TEST(StringModel, RandomOperationsMatchStdStringAndViewsRefuseEveryChange)
     counting_allocator views;
     uvt::string other(repeat(50).c_str(), views);
     const std::vector<std::function<void()>> changes = {
-        [&] { target = other; },          [&] { target = "short"; },        [&] { target.append("x"); },
-        [&] { target.push_back('x'); },   [&] { target.insert(0, "x"); },   [&] { target.replace(0, 1, "x"); },
-        [&] { target[0] = 'x'; },         [&] { target.clear(); },          [&] { target.reserve(500); },
-        [&] { target.swap(other); },      [&] { other.swap(target); },      [&] { target = other + "x"; },
+        [&] { target = other; },
+        [&] { target = "short"; },
+        [&] { target.append("x"); },
+        [&] { target.push_back('x'); },
+        [&] { target.insert(0, "x"); },
+        [&] { target.replace(0, 1, "x"); },
+        [&] { target[0] = 'x'; },
+        [&] { target.clear(); },
+        [&] { target.reserve(500); },
+        [&] { target.swap(other); },
+        [&] { other.swap(target); },
+        [&] { target = other + "x"; },
         [&] { target.append(other + "x"); },
     };
     for (std::size_t k = 0; k < changes.size(); ++k)
@@ -321,7 +349,7 @@ TEST(StringLengthsAndSums, ImpossibleLengthsThrowFirstAndSumsAllocateOnce)
 // the string must be unchanged after a failure, and nothing may leak.
 TEST(StringFailuresAndOutput, FailedOperationsLeaveTheStringAndOutputIsOneField)
 {
-    using op = std::function<void(uvt::string& target, const uvt::string& other)>;
+    using op = std::function<void(uvt::string & target, const uvt::string& other)>;
     const std::vector<std::pair<const char*, op>> operations = {
         {"append", [](uvt::string& t, const uvt::string&) { t.append(repeat(80).c_str()); }},
         {"push_back", [](uvt::string& t, const uvt::string&) { t.push_back('p'); }},
@@ -358,8 +386,7 @@ TEST(StringFailuresAndOutput, FailedOperationsLeaveTheStringAndOutputIsOneField)
     // Narrow and wide strings are written as one field.
     uvt::allocator& a = uvt::allocator::global_allocator();
     uvt_test::string_ostream os;
-    os << uvt::setw(6) << uvt::string("ab", a) << '|' << uvt::left << uvt::setw(5) << uvt::wstring(L"\u00e9", a)
-       << '|';
+    os << uvt::setw(6) << uvt::string("ab", a) << '|' << uvt::left << uvt::setw(5) << uvt::wstring(L"\u00e9", a) << '|';
     EXPECT_EQ(os.str(), "    ab|\xc3\xa9   |");
 
     os.clear_text();

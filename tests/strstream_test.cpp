@@ -15,10 +15,7 @@ namespace {
 using uvt::ios_base;
 using uvt_test::counting_allocator;
 
-std::string text_of(const uvt::ostrstream& os)
-{
-    return std::string(os.c_str(), os.size());
-}
+std::string text_of(const uvt::ostrstream& os) { return std::string(os.c_str(), os.size()); }
 
 TEST(Strstream, GrowsThroughItsAllocatorAndReportsFailedGrowth)
 {

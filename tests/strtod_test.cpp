@@ -33,7 +33,7 @@ using uvt_test::widened;
 
 // --- a tiny unsigned big integer, just enough for exact comparisons ---
 
-using big = std::vector<std::uint32_t>;  // little-endian limbs, no leading zero limbs
+using big = std::vector<std::uint32_t>; // little-endian limbs, no leading zero limbs
 
 big trimmed(big v)
 {
@@ -130,14 +130,19 @@ TEST(TenScale, TableRoundingAndScalingAgreeWithExactArithmetic)
     // uvtNormAndRound rounds half to even and carries.
     constexpr std::uint64_t top = std::uint64_t(1) << 63;
     // The exponent is relative to the input exponent 0.
-    const struct { int line; uvt::impl::uint128_parts product; std::uint64_t mantissa; int exponent; } rows[] = {
-        {__LINE__, {top, top}, top, 0},                      // tie, even: stays
-        {__LINE__, {top | 1, top}, top | 2, 0},              // tie, odd: up
-        {__LINE__, {top | 1, top - 1}, top | 1, 0},          // below the tie
-        {__LINE__, {top, top + 1}, top | 1, 0},              // above the tie
-        {__LINE__, {top >> 1, top | (top >> 1)}, top | 2, -1},  // shifted in: 1.1 then a tie on an odd bit
+    const struct {
+        int line;
+        uvt::impl::uint128_parts product;
+        std::uint64_t mantissa;
+        int exponent;
+    } rows[] = {
+        {__LINE__, {top, top}, top, 0},                        // tie, even: stays
+        {__LINE__, {top | 1, top}, top | 2, 0},                // tie, odd: up
+        {__LINE__, {top | 1, top - 1}, top | 1, 0},            // below the tie
+        {__LINE__, {top, top + 1}, top | 1, 0},                // above the tie
+        {__LINE__, {top >> 1, top | (top >> 1)}, top | 2, -1}, // shifted in: 1.1 then a tie on an odd bit
         {__LINE__, {top >> 1, 0}, top, -1},
-        {__LINE__, {~std::uint64_t(0), top + 1}, top, 1},   // all ones carries out
+        {__LINE__, {~std::uint64_t(0), top + 1}, top, 1}, // all ones carries out
     };
     for (const auto& row : rows) {
         const auto x = uvt::impl::uvtNormAndRound(row.product, 0);
@@ -163,7 +168,14 @@ TEST(TenScale, TableRoundingAndScalingAgreeWithExactArithmetic)
 // --- the scanner ---
 
 // A text, its value and stop offset, errno and the distance allowed from the value.
-struct Row { int line; std::string text; double value; long stop; int error; int ulps; };
+struct Row {
+    int line;
+    std::string text;
+    double value;
+    long stop;
+    int error;
+    int ulps;
+};
 
 template <class C>
 void expectParsed(const Row& row, const std::basic_string<C>& s)
@@ -214,44 +226,44 @@ std::string randomDecimal(std::mt19937_64& rng)
 TEST(StrToD, EdgeCasesLongDoubleFloatAgreementWithGlibcAndTheWrappers)
 {
     const Row rows[] = {
-        {__LINE__, "12", 12, 3, 0, 0},  // one past the first unused character
+        {__LINE__, "12", 12, 3, 0, 0}, // one past the first unused character
         {__LINE__, "12x", 12, 3, 0, 0},
         {__LINE__, "-12", -12, 4, 0, 0},
         {__LINE__, "-2.5e-3", -0.0025, 8, 0, 1},
         {__LINE__, "+.5", 0.5, 4, 0, 1},
-        {__LINE__, "1E 5", 100000, 5, 0, 0},  // the blank serves as the exponent sign
+        {__LINE__, "1E 5", 100000, 5, 0, 0}, // the blank serves as the exponent sign
         {__LINE__, "1e+5", 100000, 5, 0, 0},
-        {__LINE__, "1e", 1, 2, 0, 0},  // an exponent without digits is not taken
+        {__LINE__, "1e", 1, 2, 0, 0}, // an exponent without digits is not taken
         {__LINE__, "1e-x", 1, 2, 0, 0},
         {__LINE__, "1e 5 ", 100000, 5, 0, 0},
         {__LINE__, "1.5.5", 1.5, 4, 0, 0},
         {__LINE__, "007", 7, 4, 0, 0},
-        {__LINE__, "0.000", 0, 0, 0, 0},  // no significant digit: +0 at the beginning
+        {__LINE__, "0.000", 0, 0, 0, 0}, // no significant digit: +0 at the beginning
         {__LINE__, "-0", 0, 0, 0, 0},
         {__LINE__, "0e5", 0, 0, 0, 0},
         {__LINE__, "", 0, 0, 0, 0},
         {__LINE__, "-", 0, 0, 0, 0},
         {__LINE__, "+", 0, 0, 0, 0},
         {__LINE__, ".", 0, 0, 0, 0},
-        {__LINE__, " 1", 0, 0, 0, 0},  // no blanks in front
+        {__LINE__, " 1", 0, 0, 0, 0}, // no blanks in front
         {__LINE__, "inf", 0, 0, 0, 0},
         {__LINE__, "\xC2\xB9", 0, 0, 0, 0},
         {__LINE__, "1\xB9", 1, 2, 0, 0},
         {__LINE__, "1e\xB9", 1, 2, 0, 0},
-        {__LINE__, "9007199254740993", 9007199254740992.0, 17, 0, 0},  // tie: to even
+        {__LINE__, "9007199254740993", 9007199254740992.0, 17, 0, 0}, // tie: to even
         {__LINE__, "9007199254740995", 9007199254740996.0, 17, 0, 0},
         {__LINE__, "9007199254740993.5", 9007199254740994.0, 19, 0, 0},
-        {__LINE__, "123456789012345678901", 123456789012345670000.0, 22, 0, 0},  // 17 digits kept
+        {__LINE__, "123456789012345678901", 123456789012345670000.0, 22, 0, 0}, // 17 digits kept
         {__LINE__, "1.00000000000000000009", 1.0, 23, 0, 0},
         {__LINE__, "0.1", 0.1, 4, 0, 0},
         {__LINE__, "1e400", HUGE_VAL, 6, ERANGE, 0},
         {__LINE__, "-1e400", -HUGE_VAL, 7, ERANGE, 0},
         {__LINE__, "1e99999999999999999999", HUGE_VAL, 23, ERANGE, 0},
         {__LINE__, "1.7976931348623157e308", DBL_MAX, 23, 0, 0},
-        {__LINE__, "1.7976931348623159e308", HUGE_VAL, 23, ERANGE, 0},  // rounds past the largest
-        {__LINE__, "1e-400", 0, 7, 0, 0},  // too small: zero without error
+        {__LINE__, "1.7976931348623159e308", HUGE_VAL, 23, ERANGE, 0}, // rounds past the largest
+        {__LINE__, "1e-400", 0, 7, 0, 0},                              // too small: zero without error
         {__LINE__, "-1e-400", -0.0, 8, 0, 0},
-        {__LINE__, "5e-308", 0, 7, 0, 0},  // at or below 10^-307
+        {__LINE__, "5e-308", 0, 7, 0, 0}, // at or below 10^-307
         {__LINE__, "1e-307", 1e-307, 7, 0, 1},
         {__LINE__, "0.00000000000000000000000000000000000000000000000001", 1e-50, 53, 0, 1},
     };
@@ -259,7 +271,8 @@ TEST(StrToD, EdgeCasesLongDoubleFloatAgreementWithGlibcAndTheWrappers)
         expectParsed(row, row.text);
         expectParsed(row, widened(row.text));
     }
-    expectParsed({__LINE__, "", 7, 2, 0, 0}, std::wstring{L'7', wchar_t(0x10031)});  // wide codes above bytes are no digits
+    expectParsed({__LINE__, "", 7, 2, 0, 0},
+                 std::wstring{L'7', wchar_t(0x10031)}); // wide codes above bytes are no digits
 
     // Long double and float.
     const char* stop;
@@ -267,13 +280,13 @@ TEST(StrToD, EdgeCasesLongDoubleFloatAgreementWithGlibcAndTheWrappers)
     EXPECT_EQ(stop, "12345678901234567" + 18);
     unsigned __int128 even;
     const std::string tie = longDoubleTie(even);
-    EXPECT_EQ(uvt::strtold(tie.c_str(), &stop), (long double)even) << tie;  // tie: to even
+    EXPECT_EQ(uvt::strtold(tie.c_str(), &stop), (long double)even) << tie; // tie: to even
     EXPECT_LE(relativeUnits(uvt::strtold("0.1", &stop), 0.1L), 4);
-    EXPECT_LE(relativeUnits(uvt::strtold("1.18973149535723176502e4932", &stop), LDBL_MAX), 1200);  // 17 digits kept
+    EXPECT_LE(relativeUnits(uvt::strtold("1.18973149535723176502e4932", &stop), LDBL_MAX), 1200); // 17 digits kept
     EXPECT_EQ(errno, 0);
     EXPECT_EQ(uvt::strtold("1.2e4932", &stop), HUGE_VALL);
     EXPECT_EQ(errno, ERANGE);
-    EXPECT_EQ(uvt::strtold("4e-4951", &stop), LDBL_TRUE_MIN);  // subnormal
+    EXPECT_EQ(uvt::strtold("4e-4951", &stop), LDBL_TRUE_MIN); // subnormal
     EXPECT_EQ(uvt::strtold("-1e-4952", &stop), 0.0L);
     EXPECT_TRUE(std::signbit(uvt::strtold("-1e-4952", &stop)));
     EXPECT_EQ(errno, 0);
@@ -281,7 +294,7 @@ TEST(StrToD, EdgeCasesLongDoubleFloatAgreementWithGlibcAndTheWrappers)
     EXPECT_EQ(uvt::strtof("3.4028235e38", &stop), FLT_MAX);
     EXPECT_EQ(uvt::strtof("3.5e38", &stop), HUGE_VALF);
     EXPECT_EQ(errno, ERANGE);
-    EXPECT_EQ(uvt::strtof("1e-50", &stop), 0.0f);  // too small for float: zero without error
+    EXPECT_EQ(uvt::strtof("1e-50", &stop), 0.0f); // too small for float: zero without error
     EXPECT_EQ(errno, 0);
 
     // glibc rounds correctly; this parser is at most one unit in the last place

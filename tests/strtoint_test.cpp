@@ -25,7 +25,14 @@ using uvt_test::widened;
 
 // A text in a base, its value, the offset of the first character not used and errno.
 template <class T>
-struct Row { int line; std::string text; int base; T value; long stop; int error; };
+struct Row {
+    int line;
+    std::string text;
+    int base;
+    T value;
+    long stop;
+    int error;
+};
 
 // Parses the row's text as C, ending right before an inaccessible page.
 template <class T, class C>
@@ -55,10 +62,10 @@ TEST(StrToInt, EdgeCasesAndTheWrappers)
         {__LINE__, " \t-0x1A", 16, -26, 7, 0},
         {__LINE__, " \t-0x1A", 0, -26, 7, 0},
         {__LINE__, "\n\r+42x", 10, 42, 5, 0},
-        {__LINE__, "\v5", 10, 0, 0, 0},  // vertical tab and form feed are no blanks
+        {__LINE__, "\v5", 10, 0, 0, 0}, // vertical tab and form feed are no blanks
         {__LINE__, "\f5", 10, 0, 0, 0},
         {__LINE__, "- 5", 10, 0, 0, 0},
-        {__LINE__, "0X1A", 0, 0, 1, 0},  // upper-case X is no prefix: octal "0"
+        {__LINE__, "0X1A", 0, 0, 1, 0}, // upper-case X is no prefix: octal "0"
         {__LINE__, "017", 0, 15, 3, 0},
         {__LINE__, "08", 0, 0, 1, 0},
         {__LINE__, "0x", 0, 0, 0, 0},
@@ -90,7 +97,7 @@ TEST(StrToInt, EdgeCasesAndTheWrappers)
         {__LINE__, "18446744073709551616", 10, ULONG_MAX, 19, ERANGE},
         {__LINE__, "ffffffffffffffff", 16, ULONG_MAX, 16, 0},
         {__LINE__, "0x10000000000000000", 0, ULONG_MAX, 18, ERANGE},
-        {__LINE__, "-1", 10, ULONG_MAX, 2, 0},  // negated in unsigned arithmetic
+        {__LINE__, "-1", 10, ULONG_MAX, 2, 0}, // negated in unsigned arithmetic
         {__LINE__, "-18446744073709551616", 10, 0, 20, ERANGE},
     });
 
@@ -135,7 +142,7 @@ TEST(StrToInt, EdgeCasesAndTheWrappers)
     caught<uvt::null_pointer>([] { uvt::stoll(static_cast<const char*>(nullptr)); });
     pos = 77;
     caught<uvt::invalid_argument>([&] { uvt::stoi("-", &pos); });
-    EXPECT_EQ(pos, 77u);  // untouched on failure
+    EXPECT_EQ(pos, 77u); // untouched on failure
 }
 
 } // namespace

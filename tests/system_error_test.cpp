@@ -33,7 +33,12 @@ public:
 
 TEST(SystemError, CategoriesCodesAndTheExceptionsMessage)
 {
-    const struct { const uvt::error_category& category; const char* name; int code; std::string message; } rows[] = {
+    const struct {
+        const uvt::error_category& category;
+        const char* name;
+        int code;
+        std::string message;
+    } rows[] = {
         {generic_category(), "generic", 2, std::strerror(2)},
         {system_category(), "system", 13, std::strerror(13)},
         {iostream_category(), "iostream", 1, "iostream stream error"},
@@ -52,7 +57,12 @@ TEST(SystemError, CategoriesCodesAndTheExceptionsMessage)
     EXPECT_FALSE(generic_category() == system_category());
 
     // Equivalence compares the category object and the value.
-    const struct { const uvt::error_category& category; int code; error_condition condition; bool holds; } cases[] = {
+    const struct {
+        const uvt::error_category& category;
+        int code;
+        error_condition condition;
+        bool holds;
+    } cases[] = {
         {generic_category(), 7, error_condition(7, generic_category()), true},
         {generic_category(), 7, error_condition(7, system_category()), false},
         {generic_category(), 7, error_condition(8, generic_category()), false},
@@ -92,7 +102,12 @@ TEST(SystemError, CategoriesCodesAndTheExceptionsMessage)
 
     // "text:value", the value unsigned in octal and hex; a null text sets badbit.
     static const nameless_category nameless;
-    const struct { error_code code; uvt::ios_base::fmtflags base; const char* text; bool bad; } printed[] = {
+    const struct {
+        error_code code;
+        uvt::ios_base::fmtflags base;
+        const char* text;
+        bool bad;
+    } printed[] = {
         {error_code(-1, generic_category()), uvt::ios_base::dec, "generic:-1", false},
         {error_code(-1, generic_category()), uvt::ios_base::hex, "generic:ffffffff", false},
         {error_code(-1, generic_category()), uvt::ios_base::oct, "generic:37777777777", false},

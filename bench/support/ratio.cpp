@@ -51,8 +51,7 @@ void print_ratios(const std::map<std::string, double>& times)
             const std::string anchor = other.substr(prefix.size(), other.size() - prefix.size() - rest.size());
             if (anchor.find('/') != std::string::npos || anchor == "uvt")
                 continue;
-            std::printf("  %-40s vs %-14s %6.2f\n", (case_name + rest).c_str(), anchor.c_str(),
-                        anchor_time / uvt_time);
+            std::printf("  %-40s vs %-14s %6.2f\n", (case_name + rest).c_str(), anchor.c_str(), anchor_time / uvt_time);
         }
     }
 }

@@ -38,7 +38,7 @@ void expect(const A& actual, const E& expected, const char* file, int line)
     bool equal;
     if constexpr (requires { actual.c_str(); })
         return expect(actual.c_str(), expected, file, line);
-    else if constexpr (std::is_array_v<E>)  // a string literal
+    else if constexpr (std::is_array_v<E>) // a string literal
         equal = std::basic_string_view<std::remove_cv_t<std::remove_extent_t<E>>>(actual) == expected;
     else if constexpr (std::is_integral_v<A> && std::is_integral_v<E> && !std::is_same_v<A, bool> &&
                        !std::is_same_v<A, char>)

@@ -112,14 +112,14 @@ int main(int argc, char** argv)
     const std::string header = argv[1];
     std::ostringstream outside, body;
     bool chunkOutside = false;
-    bool statementStart = true;  // the previous code line ended a statement
+    bool statementStart = true; // the previous code line ended a statement
     static const std::regex opener(R"(^(struct|class|union|enum|namespace|template|extern)\b.*|^#.*)");
     for (const auto& [number, line] : readExample(header)) {
         auto [code, comment] = splitComment(line);
-        if (!code.empty() && code[0] != ' ' && code[0] != '}')  // at the example's left margin
+        if (!code.empty() && code[0] != ' ' && code[0] != '}') // at the example's left margin
             chunkOutside = std::regex_match(code, opener);
-        std::string text = chunkOutside ? "" : checkedStatement(code, comment, statementStart,
-                                                                header + ":" + std::to_string(number));
+        std::string text =
+            chunkOutside ? "" : checkedStatement(code, comment, statementStart, header + ":" + std::to_string(number));
         if (!code.empty())
             statementStart = code.ends_with(';') || code.ends_with('{') || code.ends_with('}');
         (chunkOutside ? outside : body) << "#line " << number << " \"" << header << "\"\n"

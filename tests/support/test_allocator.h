@@ -42,7 +42,7 @@ public:
         return blocks_.size();
     }
     unsigned long live_bytes() const { return bytes_; }
-    unsigned long attempts() const { return attempts_; }  // allocation attempts so far, failed ones included
+    unsigned long attempts() const { return attempts_; } // allocation attempts so far, failed ones included
     unsigned long failures() const { return failures_; }
     // Size and alignment (0 for unaligned requests) of the last request.
     unsigned long last_size() const { return last_size_; }
@@ -113,7 +113,7 @@ private:
     }
 
     const char* name_;
-    mutable std::mutex mutex_;  // guards every change; the counters are also read without it
+    mutable std::mutex mutex_; // guards every change; the counters are also read without it
     std::unordered_map<void*, unsigned long> blocks_;
     std::atomic<unsigned long> bytes_{0}, attempts_{0}, failures_{0}, last_size_{0}, last_alignment_{0};
     unsigned long fail_at_ = 0;
@@ -150,7 +150,8 @@ unsigned long sweep_allocation_failures_in(counting_allocator* shared, Op op, Ch
 }
 
 template <class Op, class Check = void (*)(bool)>
-unsigned long sweep_allocation_failures(Op op, Check check = [](bool) {})
+unsigned long sweep_allocation_failures(
+    Op op, Check check = [](bool) {})
 {
     return sweep_allocation_failures_in(nullptr, op, check);
 }
@@ -160,7 +161,8 @@ unsigned long sweep_allocation_failures(Op op, Check check = [](bool) {})
 template <class Op>
 unsigned long sweep_allocation_failures(counting_allocator& alloc, Op op)
 {
-    return sweep_allocation_failures_in(&alloc, [&](counting_allocator&) { op(); }, [](bool) {});
+    return sweep_allocation_failures_in(
+        &alloc, [&](counting_allocator&) { op(); }, [](bool) {});
 }
 
 } // namespace uvt_test

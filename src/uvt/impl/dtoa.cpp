@@ -14,9 +14,24 @@ namespace uvt {
 namespace {
 
 constexpr std::uint64_t power_of_ten[dtoa_max_digits + 1] = {
-    1ULL, 10ULL, 100ULL, 1000ULL, 10000ULL, 100000ULL, 1000000ULL, 10000000ULL, 100000000ULL,
-    1000000000ULL, 10000000000ULL, 100000000000ULL, 1000000000000ULL, 10000000000000ULL,
-    100000000000000ULL, 1000000000000000ULL, 10000000000000000ULL, 100000000000000000ULL,
+    1ULL,
+    10ULL,
+    100ULL,
+    1000ULL,
+    10000ULL,
+    100000ULL,
+    1000000ULL,
+    10000000ULL,
+    100000000ULL,
+    1000000000ULL,
+    10000000000ULL,
+    100000000000ULL,
+    1000000000000ULL,
+    10000000000000ULL,
+    100000000000000ULL,
+    1000000000000000ULL,
+    10000000000000000ULL,
+    100000000000000000ULL,
 };
 
 // |value| (finite, not zero) as a normalized_float.
@@ -34,7 +49,7 @@ impl::normalized_float magnitude(double value) noexcept
 // A non-negative number split at the binary point.
 struct fixed_point {
     std::uint64_t integer;
-    std::uint64_t fraction;  // in units of 2^-64
+    std::uint64_t fraction; // in units of 2^-64
 };
 
 // x * 10^power with its integer part saturated at 2^64 - 1.

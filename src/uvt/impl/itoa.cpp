@@ -31,7 +31,7 @@ unsigned digit_value(C c) noexcept
     const auto code = static_cast<unsigned>(static_cast<std::make_unsigned_t<C>>(c));
     if (code - '0' < 10)
         return code - '0';
-    const unsigned letter = (code | 0x20) - 'a';  // lower case; other codes land far away
+    const unsigned letter = (code | 0x20) - 'a'; // lower case; other codes land far away
     return letter < 26 ? letter + 10 : not_a_digit;
 }
 

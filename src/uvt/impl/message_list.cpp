@@ -84,7 +84,7 @@ bool write_run(msg_output& out, const char* text, std::size_t from, std::size_t 
 // The walk over the template; false when the output stopped it.
 bool expand_text(const char* text, std::size_t length, msg_output& out, parameter_sections& params)
 {
-    std::size_t run = 0;  // start of the literal run not yet written
+    std::size_t run = 0; // start of the literal run not yet written
     std::size_t i = 0;
     while (i < length) {
         if (text[i] == '\\') {
@@ -105,12 +105,12 @@ bool expand_text(const char* text, std::size_t length, msg_output& out, paramete
         const char* name = text + i + 1;
         const char* close = static_cast<const char*>(std::memchr(name, '$', length - i - 1));
         if (!close || close == name)
-            return true;  // the rest of the text is dropped
+            return true; // the rest of the text is dropped
         const std::size_t after = static_cast<std::size_t>(close - text) + 1;
         const msg_parameter* p = params.take(name, static_cast<std::size_t>(close - name));
         if (p && !out.write(p->value(), p->value_length))
             return false;
-        run = p ? after : i;  // an unknown placeholder stays in the literal run
+        run = p ? after : i; // an unknown placeholder stays in the literal run
         i = after;
     }
     return write_run(out, text, run, length);
@@ -152,10 +152,9 @@ bool msg_byte_stream::write(const char* bytes, std::size_t n)
     return true;
 }
 
-bool msg_byte_stream::remainder(const char* name, std::size_t name_length, const char* value,
-                                std::size_t value_length)
+bool msg_byte_stream::remainder(const char* name, std::size_t name_length, const char* value, std::size_t value_length)
 {
-    const std::size_t frame = name_length ? 5 : 2;  // "; $" "$=" or ". "
+    const std::size_t frame = name_length ? 5 : 2; // "; $" "$=" or ". "
     if (!fits(frame + name_length + value_length))
         return false;
     if (name_length) {
@@ -187,8 +186,7 @@ bool msg_write_stream::write(const char* bytes, std::size_t n)
     return !os_.fail();
 }
 
-bool msg_write_stream::remainder(const char* name, std::size_t name_length, const char* value,
-                                 std::size_t value_length)
+bool msg_write_stream::remainder(const char* name, std::size_t name_length, const char* value, std::size_t value_length)
 {
     value_length = strip_line_end(value, value_length);
     const bool several_lines = std::memchr(value, '\n', value_length) != nullptr;

@@ -49,9 +49,9 @@ template <class C>
     // Four digits at a time shorten the chain of dependent multiplications
     // (digit runs are long in practice). Each character is only read after
     // the one before it proved to be a digit, never past the terminating zero.
-    for (unsigned a, b, c, d; count <= max_kept_digits - 4 && (a = decimal_digit(p[0])) < 10 &&
-                              (b = decimal_digit(p[1])) < 10 && (c = decimal_digit(p[2])) < 10 &&
-                              (d = decimal_digit(p[3])) < 10;
+    for (unsigned a, b, c, d;
+         count <= max_kept_digits - 4 && (a = decimal_digit(p[0])) < 10 && (b = decimal_digit(p[1])) < 10 &&
+         (c = decimal_digit(p[2])) < 10 && (d = decimal_digit(p[3])) < 10;
          p += 4, count += 4)
         digits = digits * 10000 + (a * 1000 + b * 100 + c * 10 + d);
     for (unsigned digit; count < max_kept_digits && (digit = decimal_digit(*p)) < 10; ++p, ++count)
@@ -140,19 +140,19 @@ template <class F, class Layout, int ExponentWidthPlusOne, int Bias>
     constexpr unsigned max_exponent = (1u << (ExponentWidthPlusOne - 1)) - 1;
     constexpr int precision = Layout::precision;
     constexpr std::uint64_t leading_one = std::uint64_t(1) << (precision - 1);
-    int exponent = x.exponent - 1 + Bias;  // the value is 1.f * 2^(x.exponent - 1)
+    int exponent = x.exponent - 1 + Bias; // the value is 1.f * 2^(x.exponent - 1)
     std::uint64_t significand;
     if (exponent > 0) {
         significand = round_off(x.mantissa, 64 - precision);
         if constexpr (precision < 64) {
-            if (significand >> precision) {  // rounding carried out of the top
+            if (significand >> precision) { // rounding carried out of the top
                 significand >>= 1;
                 ++exponent;
             }
         }
-    } else {  // subnormal: the significand at the scale of exponent 1
+    } else { // subnormal: the significand at the scale of exponent 1
         significand = round_off(x.mantissa, 64 - precision + 1 - exponent);
-        exponent = significand >= leading_one;  // 1: rounded up to the smallest normal number
+        exponent = significand >= leading_one; // 1: rounded up to the smallest normal number
     }
     if (exponent >= int(max_exponent)) {
         errno = ERANGE;
@@ -198,10 +198,10 @@ F uvtStringToDoubleT(const C* text, const C** end) noexcept
 template UVT_API double uvtStringToDoubleT<double, ieee754_double, 12, 1023, char>(const char*, const char**) noexcept;
 template UVT_API double uvtStringToDoubleT<double, ieee754_double, 12, 1023, wchar_t>(const wchar_t*,
                                                                                       const wchar_t**) noexcept;
-template UVT_API long double uvtStringToDoubleT<long double, ieee854_long_double, 16, 16383, char>(
-    const char*, const char**) noexcept;
-template UVT_API long double uvtStringToDoubleT<long double, ieee854_long_double, 16, 16383, wchar_t>(
-    const wchar_t*, const wchar_t**) noexcept;
+template UVT_API long double
+uvtStringToDoubleT<long double, ieee854_long_double, 16, 16383, char>(const char*, const char**) noexcept;
+template UVT_API long double
+uvtStringToDoubleT<long double, ieee854_long_double, 16, 16383, wchar_t>(const wchar_t*, const wchar_t**) noexcept;
 
 namespace {
 

@@ -82,10 +82,7 @@ inline std::int32_t decodeSequence(const unsigned char* s, unsigned length)
 }
 
 // The length of the sequence `lead` starts, 0 if it cannot start one.
-inline unsigned leadLength(unsigned char lead)
-{
-    return impl::UTF8_element_size[lead];
-}
+inline unsigned leadLength(unsigned char lead) { return impl::UTF8_element_size[lead]; }
 
 // Decodes [source, sourceEnd) into `sink`, which provides
 //   bool putSingle(unsigned char c): takes a byte below 0x80, which every
@@ -330,9 +327,8 @@ struct EightBitReader {
 
 } // namespace
 
-int convertFromUTF16(const unsigned short* source, const unsigned short* sourceEnd,
-                     const unsigned short*& sourceStop, unsigned char* target, unsigned char* targetEnd,
-                     unsigned char*& targetStop) noexcept
+int convertFromUTF16(const unsigned short* source, const unsigned short* sourceEnd, const unsigned short*& sourceStop,
+                     unsigned char* target, unsigned char* targetEnd, unsigned char*& targetStop) noexcept
 {
     return encodeUTF8(source, sourceEnd, sourceStop, target, targetEnd, targetStop, UTF16Reader<NativeUnits>{});
 }
@@ -348,13 +344,11 @@ int kernelConvertFromUTF16(const usc2_bytes* source, const usc2_bytes* sourceEnd
 int convertToUTF16(const unsigned char* source, const unsigned char* sourceEnd, const unsigned char*& sourceStop,
                    unsigned short* target, unsigned short* targetEnd, unsigned short*& targetStop) noexcept
 {
-    return decodeToTarget(source, sourceEnd, sourceStop, UTF16Sink<NativeUnits>{{target, targetEnd}, {}},
-                          targetStop);
+    return decodeToTarget(source, sourceEnd, sourceStop, UTF16Sink<NativeUnits>{{target, targetEnd}, {}}, targetStop);
 }
 
-int kernelConvertToUTF16(const unsigned char* source, const unsigned char* sourceEnd,
-                         const unsigned char*& sourceStop, usc2_bytes* target, usc2_bytes* targetEnd,
-                         usc2_bytes*& targetStop, bool bigEndian) noexcept
+int kernelConvertToUTF16(const unsigned char* source, const unsigned char* sourceEnd, const unsigned char*& sourceStop,
+                         usc2_bytes* target, usc2_bytes* targetEnd, usc2_bytes*& targetStop, bool bigEndian) noexcept
 {
     return decodeToTarget(source, sourceEnd, sourceStop, UTF16Sink<BytePairUnits>{{target, targetEnd}, {bigEndian}},
                           targetStop);
@@ -387,8 +381,8 @@ int convertToASCII(const unsigned char* source, const unsigned char* sourceEnd, 
                           targetStop);
 }
 
-int bytelen(const unsigned char* begin, const unsigned char* end, const unsigned char*& stop,
-            unsigned long& characters, unsigned long& bytes) noexcept
+int bytelen(const unsigned char* begin, const unsigned char* end, const unsigned char*& stop, unsigned long& characters,
+            unsigned long& bytes) noexcept
 {
     CountingSink counter;
     const int rc = decodeUTF8(begin, end, stop, counter);

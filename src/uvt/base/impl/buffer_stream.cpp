@@ -3,10 +3,7 @@
 
 namespace uvt::impl {
 
-BufferStreamBase::BufferStreamBase(char* buffer, std::size_t capacity) : buf_(*this, buffer, capacity)
-{
-    init(&buf_);
-}
+BufferStreamBase::BufferStreamBase(char* buffer, std::size_t capacity) : buf_(*this, buffer, capacity) { init(&buf_); }
 
 BufferStreamBase::~BufferStreamBase() = default;
 

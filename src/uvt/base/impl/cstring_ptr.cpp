@@ -13,7 +13,7 @@ namespace {
 
 struct BlockHeader {
     allocator* owner;
-    std::uint64_t counter;  // tag in the top 24 bits, reference count in the low 40
+    std::uint64_t counter; // tag in the top 24 bits, reference count in the low 40
 };
 
 BlockHeader* header_of(const void* chars)

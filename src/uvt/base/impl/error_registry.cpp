@@ -24,10 +24,7 @@ ErrorCodeImpl* ErrorCodeImpl::register_error(ErrorCodeImpl& rec) noexcept
     return rec.next_;
 }
 
-const ErrorCodeImpl* ErrorCodeImpl::first() noexcept
-{
-    return std::atomic_ref(first_).load(std::memory_order_acquire);
-}
+const ErrorCodeImpl* ErrorCodeImpl::first() noexcept { return std::atomic_ref(first_).load(std::memory_order_acquire); }
 
 } // namespace impl
 
@@ -103,11 +100,11 @@ static_assert(tableIsConsistent());
 
 } // namespace
 
-#define UVT_ERROR(NAME, NUMBER, TEXT)                                                   \
-    const uvt::impl::ErrorCodeImpl& uvt__##NAME()                                       \
-    {                                                                                   \
-        static self_registering_error def_##NAME(NUMBER, TEXT, #NAME);                  \
-        return def_##NAME;                                                              \
+#define UVT_ERROR(NAME, NUMBER, TEXT) \
+    const uvt::impl::ErrorCodeImpl& uvt__##NAME() \
+    { \
+        static self_registering_error def_##NAME(NUMBER, TEXT, #NAME); \
+        return def_##NAME; \
     }
 #include <uvt/impl/error_list>
 #undef UVT_ERROR

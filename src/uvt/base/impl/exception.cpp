@@ -27,8 +27,7 @@ const void* const exception::CALLER_SUPPRESS_STACK_TRACE = reinterpret_cast<cons
 
 error_message::error_message(const char* f, int l, int n, const char* t) noexcept
     : file(f), line(l), error_no(n), text(t)
-{
-}
+{}
 
 // --- creators ---
 
@@ -147,8 +146,7 @@ void exception::append_message(const char* file, int line, int error_no, const c
         current_->status = exception_node::message_lost;
         return;
     }
-    exception_node* n =
-        exception_node::construct(block, uvt_extern::import::stdFileName(file), line, error_no, text);
+    exception_node* n = exception_node::construct(block, uvt_extern::import::stdFileName(file), line, error_no, text);
     // Inserted behind the current node: copies of this exception may have
     // appended behind it already.
     n->next = current_->next;

@@ -40,34 +40,32 @@ void define_or_crash(const exception& e, const char* what, Define define) noexce
 
 // The destructor and do_throw of a class declared with UVT_EXCEPTION_CLASS.
 #define UVT_DEFINE_EXCEPTION_THROW(CLS) \
-    CLS::~CLS() = default;              \
+    CLS::~CLS() = default; \
     void CLS::do_throw() const { throw *this; }
 
 // All three members of UVT_EXCEPTION_CLASS with the plain type header.
 #define UVT_DEFINE_EXCEPTION_CLASS(CLS) \
-    UVT_DEFINE_EXCEPTION_THROW(CLS)     \
+    UVT_DEFINE_EXCEPTION_THROW(CLS) \
     void CLS::store_type(basic_ostream<char>& os) const { impl::write_type_header(os, type_number); }
 
 // The forms of UVT_GENERAL_EXCEPTION_CONSTRUCTORS; BASE is the direct base
 // (it has the (file, line, int, text, caller) and (file, line, ec, caller)
 // forms), OWN_ERROR the accessor of the class's own error.
-#define UVT_DEFINE_GENERAL_CONSTRUCTORS(CLS, BASE, OWN_ERROR)                                     \
-    CLS::CLS(const char* file, int line, int error_no, const char* text)                          \
-        : CLS(file, line, error_no, text, __builtin_return_address(0)) {}                         \
-    CLS::CLS(const char* file, int line, int error_no, const char* text, const void* caller)      \
-        : BASE(file, line, error_no, text, caller) {}                                             \
-    CLS::CLS(const char* file, int line, const error_code& ec)                                    \
-        : CLS(file, line, ec, __builtin_return_address(0)) {}                                     \
-    CLS::CLS(const char* file, int line, const error_code& ec, const void* caller)                \
-        : BASE(file, line, ec, caller) {}                                                         \
-    CLS::CLS(const char* file, int line, const char* text)                                        \
-        : CLS(file, line, text, __builtin_return_address(0)) {}                                   \
-    CLS::CLS(const char* file, int line, const char* text, const void* caller)                    \
-        : BASE(file, line, OWN_ERROR().number(), text ? text : OWN_ERROR().message(), caller) {}
+#define UVT_DEFINE_GENERAL_CONSTRUCTORS(CLS, BASE, OWN_ERROR) \
+    CLS::CLS(const char* file, int line, int error_no, const char* text) \
+        : CLS(file, line, error_no, text, __builtin_return_address(0)) \
+    {} \
+    CLS::CLS(const char* file, int line, int error_no, const char* text, const void* caller) \
+        : BASE(file, line, error_no, text, caller) \
+    {} \
+    CLS::CLS(const char* file, int line, const error_code& ec) : CLS(file, line, ec, __builtin_return_address(0)) {} \
+    CLS::CLS(const char* file, int line, const error_code& ec, const void* caller) : BASE(file, line, ec, caller) {} \
+    CLS::CLS(const char* file, int line, const char* text) : CLS(file, line, text, __builtin_return_address(0)) {} \
+    CLS::CLS(const char* file, int line, const char* text, const void* caller) \
+        : BASE(file, line, OWN_ERROR().number(), text ? text : OWN_ERROR().message(), caller) \
+    {}
 
 // The forms of UVT_SHORT_EXCEPTION_CONSTRUCTORS: the class's own error.
-#define UVT_DEFINE_SHORT_CONSTRUCTORS(CLS, BASE, OWN_ERROR)                 \
-    CLS::CLS(const char* file, int line)                                     \
-        : CLS(file, line, __builtin_return_address(0)) {}                    \
-    CLS::CLS(const char* file, int line, const void* caller)                 \
-        : BASE(file, line, OWN_ERROR(), caller) {}
+#define UVT_DEFINE_SHORT_CONSTRUCTORS(CLS, BASE, OWN_ERROR) \
+    CLS::CLS(const char* file, int line) : CLS(file, line, __builtin_return_address(0)) {} \
+    CLS::CLS(const char* file, int line, const void* caller) : BASE(file, line, OWN_ERROR(), caller) {}

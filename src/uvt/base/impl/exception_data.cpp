@@ -118,7 +118,7 @@ bool exception_data::lock_chain() noexcept
     impl::pair_value seen = link_count.load();
     do {
         if (seen.first != 0)
-            return false;  // appended elsewhere, or being appended right now
+            return false; // appended elsewhere, or being appended right now
     } while (!link_count.compare_exchange(seen, {chain_lock, seen.second + 1}));
     return true;
 }

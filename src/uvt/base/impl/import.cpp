@@ -220,7 +220,8 @@ std::size_t below(const char* path, const char* dir)
 }
 } // namespace
 
-import::prefix_fn import::set_standard_prefix(prefix_fn fn) { return standard_prefix.exchange(fn); }
+import::prefix_fn import::set_standard_prefix(prefix_fn fn){return standard_prefix.exchange(fn);
+} // namespace uvt_extern
 
 const char* import::stdFileName(const char* path)
 {

@@ -1,7 +1,7 @@
 // ios_base (format state, user storage, callbacks), ios_base::failure and
 // basic_ios.
-#include <uvt/ios>
 #include <uvt/impl/memory>
+#include <uvt/ios>
 
 #include <algorithm>
 #include <atomic>
@@ -12,10 +12,7 @@ namespace uvt {
 
 namespace {
 
-const impl::ErrorCodeImpl& stream_failure_error()
-{
-    return uvt__ERR_UVT_STREAM_FAILURE();
-}
+const impl::ErrorCodeImpl& stream_failure_error() { return uvt__ERR_UVT_STREAM_FAILURE(); }
 
 // A copy of the n elements at `src` from the ios_base allocator (null for
 // n = 0) into `copy`. Returns false when the copy cannot be allocated.
@@ -38,23 +35,18 @@ ios_base::failure::failure() noexcept = default;
 
 ios_base::failure::failure(const char* file, int line) noexcept
     : exception(file, line, stream_failure_error(), __builtin_return_address(0))
-{
-}
+{}
 
 ios_base::failure::failure(const char* file, int line, const char* text) noexcept
     : exception(file, line, stream_failure_error().value(), text ? text : stream_failure_error().text(),
                 __builtin_return_address(0))
-{
-}
+{}
 
 ios_base::failure::failure(const failure& o) noexcept = default;
 ios_base::failure& ios_base::failure::operator=(const failure& o) noexcept = default;
 ios_base::failure::~failure() = default;
 
-void ios_base::failure::do_throw() const
-{
-    throw failure(*this);
-}
+void ios_base::failure::do_throw() const { throw failure(*this); }
 
 void ios_base::failure::store_type(basic_ostream<char>& os) const
 {
@@ -80,8 +72,7 @@ allocator& ios_base::ios_allocator()
     return *ios_alloc;
 }
 
-ios_base::ios_base()
-    : flags_(skipws | dec), precision_(6), width_(0), exceptions_(goodbit), state_(goodbit)
+ios_base::ios_base() : flags_(skipws | dec), precision_(6), width_(0), exceptions_(goodbit), state_(goodbit)
 {
     // Streams in static storage are destroyed before the allocator only if
     // the allocator was created first.
@@ -94,20 +85,11 @@ ios_base::~ios_base()
     free_tables_();
 }
 
-ios_base::fmtflags ios_base::flags(fmtflags f) noexcept
-{
-    return std::exchange(flags_, f);
-}
+ios_base::fmtflags ios_base::flags(fmtflags f) noexcept { return std::exchange(flags_, f); }
 
-streamsize ios_base::precision(streamsize p) noexcept
-{
-    return std::exchange(precision_, p);
-}
+streamsize ios_base::precision(streamsize p) noexcept { return std::exchange(precision_, p); }
 
-streamsize ios_base::width(streamsize w) noexcept
-{
-    return std::exchange(width_, w);
-}
+streamsize ios_base::width(streamsize w) noexcept { return std::exchange(width_, w); }
 
 void ios_base::clear(iostate s)
 {
@@ -128,15 +110,9 @@ int ios_base::xalloc() noexcept
     return next_index.fetch_add(1, std::memory_order_relaxed);
 }
 
-long& ios_base::iword(int index)
-{
-    return word_(index).iword;
-}
+long& ios_base::iword(int index) { return word_(index).iword; }
 
-void*& ios_base::pword(int index)
-{
-    return word_(index).pword;
-}
+void*& ios_base::pword(int index) { return word_(index).pword; }
 
 impl::ios_word& ios_base::word_(int index)
 {

@@ -10,8 +10,7 @@
 
 namespace uvt_extern {
 
-UvtMallocAllocator::UvtMallocAllocator(uvt::cstring_ptr name, uvt::allocator* parent,
-                                       std::uint64_t alignment) noexcept
+UvtMallocAllocator::UvtMallocAllocator(uvt::cstring_ptr name, uvt::allocator* parent, std::uint64_t alignment) noexcept
     : name_(std::move(name)), parent_(parent), refcount_(1), alignment_(alignment)
 {}
 
@@ -36,7 +35,7 @@ void UvtMallocAllocator::release()
         return;
     }
     if (!parent_)
-        return;  // the process-wide instance is never destroyed
+        return; // the process-wide instance is never destroyed
     uvt::allocator* parent = parent_;
     this->~UvtMallocAllocator();
     parent->deallocate(this);
@@ -57,8 +56,7 @@ uvt::allocator_handle UvtMallocAllocator::createBlockAllocator(const char* name,
     const bool power_of_two = blockSize && !(blockSize & (blockSize - 1));
     const std::uint64_t alignment = blockSize == 0 ? 4096 : power_of_two ? blockSize : 0;
     void* mem = allocate(sizeof(UvtMallocAllocator));
-    return uvt::allocator_handle::adopt(
-        new (mem) UvtMallocAllocator(uvt::cstring_ptr::literal(name), this, alignment));
+    return uvt::allocator_handle::adopt(new (mem) UvtMallocAllocator(uvt::cstring_ptr::literal(name), this, alignment));
 }
 
 uvt::allocator* UvtMallocAllocator::getParentAllocator() const { return parent_; }

@@ -164,8 +164,7 @@ bool allocator::countDownMalfunction()
             errno = ENOMEM;
             return true;
         }
-        if (__atomic_compare_exchange_n(&malfunction_counter_, &n, n - 1, false, __ATOMIC_RELAXED,
-                                        __ATOMIC_RELAXED))
+        if (__atomic_compare_exchange_n(&malfunction_counter_, &n, n - 1, false, __ATOMIC_RELAXED, __ATOMIC_RELAXED))
             return false;
     }
 }

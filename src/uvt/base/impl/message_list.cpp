@@ -1,8 +1,8 @@
 // Message nodes and parameters: their block sizes, construction, lookup and
 // release, and the standalone message_list.
 
-#include <uvt/impl/message_list>
 #include <uvt/impl/memory>
+#include <uvt/impl/message_list>
 #include <uvt/stdexcept>
 
 #include <cstring>
@@ -120,8 +120,8 @@ message_list::~message_list()
 
 void message_list::new_message(const char* text)
 {
-    exception_node* n = exception_node::construct(alloc_.allocate(exception_node::block_size(text)), nullptr, 0, 0,
-                                                  text);
+    exception_node* n =
+        exception_node::construct(alloc_.allocate(exception_node::block_size(text)), nullptr, 0, 0, text);
     if (last_)
         last_->next = n;
     else

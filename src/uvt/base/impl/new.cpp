@@ -53,9 +53,7 @@ basic_ostream<char>& operator<<(basic_ostream<char>& os, allocation_failure_type
 
 // --- bad_alloc ---
 
-bad_alloc::bad_alloc(const char* file, int line, const void* caller)
-    : bad_alloc(file, line, "", false, caller)
-{}
+bad_alloc::bad_alloc(const char* file, int line, const void* caller) : bad_alloc(file, line, "", false, caller) {}
 
 bad_alloc::bad_alloc(const char* file, int line, bool silent)
     : bad_alloc(file, line, "", silent, __builtin_return_address(0))
@@ -105,7 +103,4 @@ void impl::throwBadAllocation(unsigned long items)
 
 } // namespace uvt
 
-void throw_uvt_bad_allocation(const char* file, int line)
-{
-    uvt::tThrow(uvt::bad_alloc(file, line, false));
-}
+void throw_uvt_bad_allocation(const char* file, int line) { uvt::tThrow(uvt::bad_alloc(file, line, false)); }

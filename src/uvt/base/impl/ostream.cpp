@@ -17,8 +17,8 @@ struct number_field {
     static constexpr int capacity = 24;
 
     char text[capacity];
-    int begin = capacity;  // first character of the field
-    int prefix = 0;        // leading sign or "0x" that stays before internal padding
+    int begin = capacity; // first character of the field
+    int prefix = 0;       // leading sign or "0x" that stays before internal padding
 
     const char* data() const noexcept { return text + begin; }
     int size() const noexcept { return capacity - begin; }

@@ -9,19 +9,18 @@ namespace uvt {
 
 // Inside these classes the bare name `exception` would be ambiguous with the
 // standard base's own base, hence uvt::exception throughout.
-#define UVT_DEFINE_STD_MIRROR(CLS, OWN_ERROR)                                               \
-    UVT_DEFINE_EXCEPTION_CLASS(CLS)                                                         \
-    CLS::CLS(const char* file, int line) : CLS(file, line, __builtin_return_address(0)) {}  \
-    CLS::CLS(const char* file, int line, const void* caller)                                \
-        : uvt::exception(file, line, OWN_ERROR(), caller)                                   \
-    {                                                                                       \
-        *this << msgarg_text("REASON", "");                                                 \
-    }                                                                                       \
-    CLS::CLS(const char* file, int line, const std::CLS& e)                                 \
-        : uvt::exception(file, line, OWN_ERROR(), __builtin_return_address(0))              \
-    {                                                                                       \
-        *this << msgarg_text("REASON", e.what());                                           \
-    }                                                                                       \
+#define UVT_DEFINE_STD_MIRROR(CLS, OWN_ERROR) \
+    UVT_DEFINE_EXCEPTION_CLASS(CLS) \
+    CLS::CLS(const char* file, int line) : CLS(file, line, __builtin_return_address(0)) {} \
+    CLS::CLS(const char* file, int line, const void* caller) : uvt::exception(file, line, OWN_ERROR(), caller) \
+    { \
+        *this << msgarg_text("REASON", ""); \
+    } \
+    CLS::CLS(const char* file, int line, const std::CLS& e) \
+        : uvt::exception(file, line, OWN_ERROR(), __builtin_return_address(0)) \
+    { \
+        *this << msgarg_text("REASON", e.what()); \
+    } \
     CLS::CLS(const uvt::exception& base, const std::CLS&) noexcept : uvt::exception(base) {} \
     const char* CLS::what() const noexcept { return uvt::exception::what(); }
 
@@ -95,10 +94,7 @@ UVT_DEFINE_GENERAL_CONSTRUCTORS(underflow_error, runtime_error, uvt__ERR_UVT_UND
 // Each passes its own return address as the caller, so the exception's
 // stack trace starts at the code that detected the failure.
 
-void throwOverflow(const char* file, int line)
-{
-    tThrow(overflow_error(file, line, __builtin_return_address(0)));
-}
+void throwOverflow(const char* file, int line) { tThrow(overflow_error(file, line, __builtin_return_address(0))); }
 
 void throwInvalidArgument(const char* file, int line)
 {

@@ -74,7 +74,7 @@ streamsize basic_streambuf<C>::xsputn(const C* s, streamsize n)
 {
     if (n <= 0)
         return 0;
-    if (n <= epptr() - pptr()) {  // the common case: everything fits
+    if (n <= epptr() - pptr()) { // the common case: everything fits
         std::copy(s, s + n, pptr());
         pbump(n);
         return n;

@@ -17,15 +17,9 @@ namespace {
 // Units above this count have no block size in 64 bits.
 constexpr std::size_t wide_unit_limit = 0x3FFFFFFFFFFFFFFCull;
 
-[[noreturn]] void throw_underflow()
-{
-    tThrow(underflow_error(__FILE__, __LINE__, "uvt::string integer underflow"));
-}
+[[noreturn]] void throw_underflow() { tThrow(underflow_error(__FILE__, __LINE__, "uvt::string integer underflow")); }
 
-[[noreturn]] void throw_overflow()
-{
-    tThrow(overflow_error(__FILE__, __LINE__, "uvt::string integer overflow"));
-}
+[[noreturn]] void throw_overflow() { tThrow(overflow_error(__FILE__, __LINE__, "uvt::string integer overflow")); }
 
 } // namespace
 
@@ -443,7 +437,7 @@ auto basic_string<C, T, N>::find(const C* s, size_type pos, size_type n) const n
     if (n == 0)
         return pos;
     const C* const first = this->data();
-    const C* const last = first + (size - n);  // the last possible start
+    const C* const last = first + (size - n); // the last possible start
     for (const C* p = first + pos; p <= last; ++p) {
         p = T::find(p, static_cast<size_type>(last - p) + 1, s[0]);
         if (!p)

@@ -13,12 +13,8 @@ namespace {
 void append_unconverted(basic_string<char>& target, unsigned unit)
 {
     static const char digits[] = "0123456789ABCDEF";
-    const char shown[] = {'@',
-                          digits[(unit >> 12) & 0xF],
-                          digits[(unit >> 8) & 0xF],
-                          ' ',
-                          digits[(unit >> 4) & 0xF],
-                          digits[unit & 0xF],
+    const char shown[] = {'@', digits[(unit >> 12) & 0xF], digits[(unit >> 8) & 0xF],
+                          ' ', digits[(unit >> 4) & 0xF],  digits[unit & 0xF],
                           '@'};
     target.append(shown, sizeof(shown));
 }
@@ -106,10 +102,7 @@ basic_ostream<char>& operator<<(basic_ostream<char>& os,
     return os << basic_string<wchar_t>(sum, impl::StringAddAllocator::get_allocator());
 }
 
-basic_ostream<char>& operator<<(basic_ostream<char>& os, const basic_cstring_ptr<char>& p)
-{
-    return os << p.c_str();
-}
+basic_ostream<char>& operator<<(basic_ostream<char>& os, const basic_cstring_ptr<char>& p) { return os << p.c_str(); }
 
 basic_ostream<char>& operator<<(basic_ostream<char>& os, const basic_cstring_ptr<wchar_t>& p)
 {

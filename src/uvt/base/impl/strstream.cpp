@@ -12,10 +12,7 @@ namespace {
 constexpr std::size_t initial_capacity = 128;
 } // namespace
 
-strstreambuf::~strstreambuf()
-{
-    alloc_.deallocate(pbase());
-}
+strstreambuf::~strstreambuf() { alloc_.deallocate(pbase()); }
 
 const char* strstreambuf::c_str() const noexcept
 {
@@ -66,10 +63,7 @@ bool strstreambuf::reserve_(std::size_t extra) noexcept
     return true;
 }
 
-ostrstream::ostrstream(allocator& a) : buf_(a)
-{
-    init(&buf_);
-}
+ostrstream::ostrstream(allocator& a) : buf_(a) { init(&buf_); }
 
 ostrstream::~ostrstream() = default;
 

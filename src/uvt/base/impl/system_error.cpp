@@ -22,10 +22,7 @@ constinit const string system_name(string_retval("system"));
 constinit const string iostream_name(string_retval("iostream"));
 
 // The platform's text for n, viewed where the C library keeps it.
-string platform_message(int n)
-{
-    return string(string_retval(std::strerror(n)));
-}
+string platform_message(int n) { return string(string_retval(std::strerror(n))); }
 
 class GenericErrorCategory final : public error_category {
 public:
@@ -66,10 +63,7 @@ const error_category& iostream_category() noexcept { return iostream_instance; }
 
 error_category::~error_category() = default;
 
-string error_category::message(int) const
-{
-    return string(string_retval(nullptr));
-}
+string error_category::message(int) const { return string(string_retval(nullptr)); }
 
 error_condition error_category::default_error_condition(int code) const noexcept
 {
@@ -112,10 +106,7 @@ basic_ostream<char>& operator<<(basic_ostream<char>& os, const error_code& ec)
 
 error_condition::error_condition() noexcept : value_(0), category_(&generic_category()) {}
 
-string error_condition::message() const
-{
-    return category_->message(value_);
-}
+string error_condition::message() const { return category_->message(value_); }
 
 error_code make_error_code(errc e) noexcept { return error_code(static_cast<int>(e), generic_category()); }
 error_code make_error_code(io_errc e) noexcept { return error_code(static_cast<int>(e), iostream_category()); }

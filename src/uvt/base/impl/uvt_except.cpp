@@ -150,19 +150,10 @@ bad_function_call::bad_function_call(const char* file, int line)
 
 // --- throw helpers ---
 
-void throwNullPointer(const char* file, int line)
-{
-    tThrow(null_pointer(file, line, __builtin_return_address(0)));
-}
+void throwNullPointer(const char* file, int line) { tThrow(null_pointer(file, line, __builtin_return_address(0))); }
 
 } // namespace uvt
 
-void throw_uvt_bad_weak_ptr(const char* file, int line)
-{
-    uvt::tThrow(uvt::bad_weak_ptr(file, line));
-}
+void throw_uvt_bad_weak_ptr(const char* file, int line) { uvt::tThrow(uvt::bad_weak_ptr(file, line)); }
 
-void throw_uvt_bad_function_call(const char* file, int line)
-{
-    uvt::tThrow(uvt::bad_function_call(file, line));
-}
+void throw_uvt_bad_function_call(const char* file, int line) { uvt::tThrow(uvt::bad_function_call(file, line)); }

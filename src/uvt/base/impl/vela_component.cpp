@@ -6,13 +6,13 @@ namespace uvt {
 
 namespace {
 constexpr const char* component_names[] = {
-    "Unspecified",    "Base",           "Memory",          "Threads",        "Synchronization",
-    "Input/Output",   "Network",        "Communication",   "Persistence",    "Logging",
-    "Tracing",        "Configuration",  "Security",        "Authentication", "Authorization",
-    "Session",        "Transaction",    "Query Parser",    "Query Optimizer", "Query Executor",
-    "Storage",        "Index",          "Cache",           "Replication",    "Backup",
-    "Recovery",       "Monitoring",     "Statistics",      "Scheduler",      "Compression",
-    "Text",           "Application",    "Test",
+    "Unspecified",  "Base",          "Memory",        "Threads",         "Synchronization",
+    "Input/Output", "Network",       "Communication", "Persistence",     "Logging",
+    "Tracing",      "Configuration", "Security",      "Authentication",  "Authorization",
+    "Session",      "Transaction",   "Query Parser",  "Query Optimizer", "Query Executor",
+    "Storage",      "Index",         "Cache",         "Replication",     "Backup",
+    "Recovery",     "Monitoring",    "Statistics",    "Scheduler",       "Compression",
+    "Text",         "Application",   "Test",
 };
 static_assert(sizeof component_names / sizeof *component_names == 33, "components 0 to 32 have names");
 } // namespace

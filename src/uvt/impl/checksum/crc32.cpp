@@ -207,10 +207,7 @@ void ensureInitialized()
 // The byte and wide overloads follow the selected path rather than asking
 // the processor again, so that a test that selects the tables reaches them
 // too; after set-up both answers are the same.
-bool hardwareSelected()
-{
-    return (crc32_Support.load(std::memory_order_relaxed) & kHardwarePath) != 0;
-}
+bool hardwareSelected() { return (crc32_Support.load(std::memory_order_relaxed) & kHardwarePath) != 0; }
 
 std::int32_t initializeAtLoad()
 {
@@ -303,14 +300,14 @@ std::uint32_t crc32_u64(std::uint32_t crc, const std::uint64_t* begin, const std
     return pCrc32U64.load(std::memory_order_relaxed)(crc, begin, begin + wordCount(begin, end));
 }
 
-std::uint32_t crc32_u64(std::uint32_t crc, const std::uint64_t* begin, const std::uint64_t* end,
-                        std::size_t takeWords, std::size_t skipWords, std::size_t startWord)
+std::uint32_t crc32_u64(std::uint32_t crc, const std::uint64_t* begin, const std::uint64_t* end, std::size_t takeWords,
+                        std::size_t skipWords, std::size_t startWord)
 {
     if (const auto misalignment = reinterpret_cast<std::uintptr_t>(begin) % 8; misalignment != 0)
         throwUnaligned(__FILE__, __LINE__, misalignment);
     ensureInitialized();
-    return pCrc32U64Ext.load(std::memory_order_relaxed)(crc, begin, begin + wordCount(begin, end), takeWords,
-                                                        skipWords, startWord);
+    return pCrc32U64Ext.load(std::memory_order_relaxed)(crc, begin, begin + wordCount(begin, end), takeWords, skipWords,
+                                                        startWord);
 }
 
 std::uint32_t crc32_combine(std::uint32_t crc1, std::uint32_t crc2, std::size_t len2, std::uint32_t poly) noexcept

@@ -89,8 +89,8 @@ std::uint32_t crc32_u64(std::uint32_t crc, const std::uint64_t* begin, const std
 // last period or an empty period returns `crc` unchanged.
 // Throws uvt::runtime_error (ERR_UVT_BUF_UNALIGNED, "Invalid alignment $ALM$
 // (8 expected)" with ALM = begin % 8) when begin is not 8-byte aligned.
-std::uint32_t crc32_u64(std::uint32_t crc, const std::uint64_t* begin, const std::uint64_t* end,
-                        std::size_t takeWords, std::size_t skipWords, std::size_t startWord);
+std::uint32_t crc32_u64(std::uint32_t crc, const std::uint64_t* begin, const std::uint64_t* end, std::size_t takeWords,
+                        std::size_t skipWords, std::size_t startWord);
 
 // The raw register of A followed by B, from the raw registers crc1 of A and
 // crc2 of B (both started at 0xFFFFFFFF) and the length of B in bytes, for

@@ -30,8 +30,7 @@ struct ZeroShift {
 
     std::uint32_t operator()(std::uint32_t reg) const
     {
-        return table[0][reg & 0xFF] ^ table[1][(reg >> 8) & 0xFF] ^ table[2][(reg >> 16) & 0xFF] ^
-               table[3][reg >> 24];
+        return table[0][reg & 0xFF] ^ table[1][(reg >> 8) & 0xFF] ^ table[2][(reg >> 16) & 0xFF] ^ table[3][reg >> 24];
     }
 };
 
@@ -123,13 +122,13 @@ std::uint32_t crc32U64HardExt(std::uint32_t crc, const std::uint64_t* begin, con
 }
 
 __attribute__((target("sse4.2"))) std::uint32_t crc32BytesHard(std::uint32_t crc, const unsigned char* data,
-                                                                std::size_t len)
+                                                               std::size_t len)
 {
     const std::size_t whole = len & ~std::size_t{3};
     crc = wordsHard(crc, data, whole);
     if (whole == len)
         return crc;
-    std::uint32_t padded = 0xFFFFFFFF;  // the missing high bytes stay 0xFF
+    std::uint32_t padded = 0xFFFFFFFF; // the missing high bytes stay 0xFF
     std::memcpy(&padded, data + whole, len - whole);
     return _mm_crc32_u32(crc, padded);
 }

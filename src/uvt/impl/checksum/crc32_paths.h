@@ -68,8 +68,8 @@ constexpr std::uint32_t shiftOverZeros(std::uint32_t reg, std::size_t len, std::
     std::uint32_t even[32] = {};
     for (int n = 1; n < 32; ++n)
         odd[n] = 1u << (n - 1);
-    gf2Square(even, odd);  // two zero bits
-    gf2Square(odd, even);  // four zero bits
+    gf2Square(even, odd); // two zero bits
+    gf2Square(odd, even); // four zero bits
     for (;;) {
         gf2Square(even, odd);
         if (len & 1)

@@ -15,15 +15,9 @@ void checkFits(std::size_t needed, std::size_t available) noexcept
         std::raise(SIGSEGV);
 }
 
-std::size_t lengthOf(const char* s) noexcept
-{
-    return uvt_memlib_strlen(s);
-}
+std::size_t lengthOf(const char* s) noexcept { return uvt_memlib_strlen(s); }
 
-std::size_t lengthOf(const wchar_t* s) noexcept
-{
-    return uvt_memlib_wcslen(s);
-}
+std::size_t lengthOf(const wchar_t* s) noexcept { return uvt_memlib_wcslen(s); }
 
 template <class C>
 C* copyChecked(C* dst, const C* src, std::size_t dstSize) noexcept
@@ -70,10 +64,7 @@ char* __strncpy_chk(char* dst, const char* src, std::size_t n, std::size_t dstSi
     return uvt_memlib_strncpy(dst, src, n);
 }
 
-char* __strcpy_chk(char* dst, const char* src, std::size_t dstSize) noexcept
-{
-    return copyChecked(dst, src, dstSize);
-}
+char* __strcpy_chk(char* dst, const char* src, std::size_t dstSize) noexcept { return copyChecked(dst, src, dstSize); }
 
 char* __strcat_chk(char* dst, const char* src, std::size_t dstSize) noexcept
 {

@@ -52,10 +52,7 @@ UVT_MEMLIB_RAW inline void copy16To63(char* d, const char* s, std::size_t n) noe
     storePiece(d + n - 16, last);
 }
 
-std::size_t misalignment(const void* p) noexcept
-{
-    return reinterpret_cast<std::uintptr_t>(p) & 15;
-}
+std::size_t misalignment(const void* p) noexcept { return reinterpret_cast<std::uintptr_t>(p) & 15; }
 
 const copy_loop_table& loopsForThisProcessor() noexcept
 {
@@ -154,15 +151,9 @@ void settleCopyLoops() noexcept
     memmoveAlignedJTab.fill(backwardLoopsForThisProcessor());
 }
 
-bool memcpyLoopsAre(const copy_loop_table& t) noexcept
-{
-    return memcpyAlignedJTab.holds(t);
-}
+bool memcpyLoopsAre(const copy_loop_table& t) noexcept { return memcpyAlignedJTab.holds(t); }
 
-bool memmoveLoopsAre(const copy_loop_table& t) noexcept
-{
-    return memmoveAlignedJTab.holds(t);
-}
+bool memmoveLoopsAre(const copy_loop_table& t) noexcept { return memmoveAlignedJTab.holds(t); }
 
 } // namespace uvt::impl::memlib
 

@@ -33,10 +33,7 @@ struct copy_tail {
     __m128i low, high;
 };
 
-UVT_MEMLIB_RAW inline copy_tail loadTail(const char* from) noexcept
-{
-    return {loadPiece(from), loadPiece(from + 16)};
-}
+UVT_MEMLIB_RAW inline copy_tail loadTail(const char* from) noexcept { return {loadPiece(from), loadPiece(from + 16)}; }
 
 UVT_MEMLIB_RAW inline void finish(char* tailAt, copy_tail tail, char* headAt, copy_head head) noexcept
 {

@@ -55,8 +55,7 @@ UVT_MEMLIB_RAW inline void backwardAligned64(char* d, const char* s) noexcept
 }
 
 // The same parts as the joined loops (copy_loops.h).
-UVT_MEMLIB_RAW void* forwardAlignedSource(char* d, const char* s, std::size_t n, copy_head head,
-                                          char* headAt) noexcept
+UVT_MEMLIB_RAW void* forwardAlignedSource(char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept
 {
     const copy_tail tail = loadTail(s + n - 32);
     char* const tailAt = d + n - 32;
@@ -77,8 +76,7 @@ UVT_MEMLIB_RAW void* forwardAlignedSource(char* d, const char* s, std::size_t n,
     return headAt;
 }
 
-UVT_MEMLIB_RAW void* backwardAlignedSource(char* d, const char* s, std::size_t n, copy_head head,
-                                           char* headAt) noexcept
+UVT_MEMLIB_RAW void* backwardAlignedSource(char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept
 {
     const copy_tail tail = loadTail(s - n);
     char* const tailAt = d - n;

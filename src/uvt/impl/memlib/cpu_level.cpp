@@ -10,10 +10,7 @@
 namespace uvt::impl {
 namespace {
 
-constexpr bool bit(std::uint64_t word, unsigned n) noexcept
-{
-    return ((word >> n) & 1) != 0;
-}
+constexpr bool bit(std::uint64_t word, unsigned n) noexcept { return ((word >> n) & 1) != 0; }
 
 std::uint64_t extendedControlRegister0() noexcept
 {
@@ -38,16 +35,16 @@ std::int32_t levelFromFeatures(std::uint32_t leaf1Ecx, std::uint64_t xcr0, std::
 {
     const bool avx = bit(leaf1Ecx, 28) && bit(leaf1Ecx, 27) && bit(xcr0, 1) && bit(xcr0, 2);
     const bool steps[] = {
-        bit(leaf1Ecx, 0),                       // CPU_SSE3
-        bit(leaf1Ecx, 9),                       // CPU_SSSE3
-        bit(leaf1Ecx, 19),                      // CPU_SSE41
-        bit(leaf1Ecx, 23),                      // CPU_POPCNT
-        bit(leaf1Ecx, 20),                      // CPU_SSE42
-        avx,                                    // CPU_AVX
-        bit(leaf1Ecx, 1) && bit(leaf1Ecx, 25),  // CPU_PCLMUL_AES
-        bit(leaf7Ebx, 5),                       // CPU_AVX2
+        bit(leaf1Ecx, 0),                      // CPU_SSE3
+        bit(leaf1Ecx, 9),                      // CPU_SSSE3
+        bit(leaf1Ecx, 19),                     // CPU_SSE41
+        bit(leaf1Ecx, 23),                     // CPU_POPCNT
+        bit(leaf1Ecx, 20),                     // CPU_SSE42
+        avx,                                   // CPU_AVX
+        bit(leaf1Ecx, 1) && bit(leaf1Ecx, 25), // CPU_PCLMUL_AES
+        bit(leaf7Ebx, 5),                      // CPU_AVX2
     };
-    static constexpr std::int32_t levels[] = {CPU_SSE3, CPU_SSSE3,  CPU_SSE41,      CPU_POPCNT,
+    static constexpr std::int32_t levels[] = {CPU_SSE3,  CPU_SSSE3, CPU_SSE41,      CPU_POPCNT,
                                               CPU_SSE42, CPU_AVX,   CPU_PCLMUL_AES, CPU_AVX2};
     std::int32_t level = CPU_SSE2;
     for (std::size_t i = 0; i < sizeof(levels) / sizeof(levels[0]) && steps[i]; ++i)
@@ -100,15 +97,9 @@ std::int32_t cpuLevelFromFeatures(std::uint32_t leaf1Ecx, std::uint64_t xcr0, st
     return levelFromFeatures(leaf1Ecx, xcr0, leaf7Ebx);
 }
 
-std::int32_t cpuInstructionSet() noexcept
-{
-    return hardwareLevel();
-}
+std::int32_t cpuInstructionSet() noexcept { return hardwareLevel(); }
 
-std::int32_t dispatchInstructionSet() noexcept
-{
-    return memlib::dispatchLevel();
-}
+std::int32_t dispatchInstructionSet() noexcept { return memlib::dispatchLevel(); }
 
 MemlibDispatch memlibDispatch() noexcept
 {

@@ -67,10 +67,22 @@ namespace uvt::impl::memlib {
 // undefined behaviour and without a call.
 template <std::size_t Bytes>
 struct scalar_of;
-template <> struct scalar_of<1> { typedef std::uint8_t type __attribute__((aligned(1), may_alias)); };
-template <> struct scalar_of<2> { typedef std::uint16_t type __attribute__((aligned(1), may_alias)); };
-template <> struct scalar_of<4> { typedef std::uint32_t type __attribute__((aligned(1), may_alias)); };
-template <> struct scalar_of<8> { typedef std::uint64_t type __attribute__((aligned(1), may_alias)); };
+template <>
+struct scalar_of<1> {
+    typedef std::uint8_t type __attribute__((aligned(1), may_alias));
+};
+template <>
+struct scalar_of<2> {
+    typedef std::uint16_t type __attribute__((aligned(1), may_alias));
+};
+template <>
+struct scalar_of<4> {
+    typedef std::uint32_t type __attribute__((aligned(1), may_alias));
+};
+template <>
+struct scalar_of<8> {
+    typedef std::uint64_t type __attribute__((aligned(1), may_alias));
+};
 
 // 16-byte aligned blocks and unaligned pieces. In an unnamed namespace, as
 // everything that a file compiled for a richer instruction set may inline,
@@ -159,7 +171,8 @@ public:
 
 private:
     template <std::size_t... I>
-    constexpr live_table(Fn stub, std::index_sequence<I...>) noexcept : slots_{((void)I, stub)...} {}
+    constexpr live_table(Fn stub, std::index_sequence<I...>) noexcept : slots_{((void)I, stub)...}
+    {}
 
     std::atomic<Fn> slots_[N];
 };
@@ -176,7 +189,7 @@ private:
 // destination: `headAt` going forward, the far end of what is left (d - n)
 // going backward.
 struct copy_head {
-    __m128i bytes;  // a class of one vector: passed in a vector register
+    __m128i bytes; // a class of one vector: passed in a vector register
 };
 using copy_loop = void* (*)(char* d, const char* s, std::size_t n, copy_head head, char* headAt) noexcept;
 using copy_loop_table = std::array<copy_loop, 16>;

@@ -16,10 +16,7 @@
 namespace uvt::impl::memlib {
 namespace {
 
-std::uint32_t byteMask(__m128i equal) noexcept
-{
-    return static_cast<std::uint32_t>(_mm_movemask_epi8(equal));
-}
+std::uint32_t byteMask(__m128i equal) noexcept { return static_cast<std::uint32_t>(_mm_movemask_epi8(equal)); }
 
 // Element-size specific parts: one mask bit per byte, set for every byte of
 // a zero element.
@@ -53,10 +50,7 @@ UVT_MEMLIB_RAW inline __attribute__((always_inline)) std::uint32_t zerosIn(const
     return zero_elements<C>::in(loadBlock(block));
 }
 
-std::size_t misalignment(const void* p) noexcept
-{
-    return reinterpret_cast<std::uintptr_t>(p) & 15;
-}
+std::size_t misalignment(const void* p) noexcept { return reinterpret_cast<std::uintptr_t>(p) & 15; }
 
 // One mask bit per byte of the two blocks or the 64-byte line at p, set for
 // every byte of a zero element.
@@ -101,10 +95,7 @@ UVT_MEMLIB_RAW inline __attribute__((always_inline)) bool zeroInPairOfLines(cons
     return z::inMerged(z::combine(z::combine(a, b), z::combine(c, d)));
 }
 
-std::size_t page_offset(const char* p) noexcept
-{
-    return reinterpret_cast<std::uintptr_t>(p) & 4095;
-}
+std::size_t page_offset(const char* p) noexcept { return reinterpret_cast<std::uintptr_t>(p) & 4095; }
 
 // Length in elements of the string at s, whose elements are aligned. After
 // the first block: when the next 96 bytes lie in the first block's page
@@ -175,7 +166,7 @@ UVT_MEMLIB_RAW std::size_t alignedBoundedLength(const C* s, std::size_t maxlen) 
     const char* const start = reinterpret_cast<const char*>(s);
     const char* block = start - misalignment(start);
     std::uint32_t zeros = zerosIn<C>(block) >> misalignment(start);
-    std::size_t before = 0;  // elements ahead of the block being tested
+    std::size_t before = 0; // elements ahead of the block being tested
     std::size_t seen = (16 - misalignment(start)) / sizeof(C);
     while (zeros == 0 && seen < maxlen) {
         block += 16;
@@ -209,10 +200,7 @@ UVT_MEMLIB_RAW std::size_t unalignedWideLength(const wchar_t* s, std::size_t max
 
 using namespace uvt::impl::memlib;
 
-extern "C" UVT_MEMLIB_RAW std::size_t uvt_memlib_strlen(const char* s) noexcept
-{
-    return alignedLength(s);
-}
+extern "C" UVT_MEMLIB_RAW std::size_t uvt_memlib_strlen(const char* s) noexcept { return alignedLength(s); }
 
 extern "C" UVT_MEMLIB_RAW std::size_t uvt_memlib_strnlen(const char* s, std::size_t maxlen) noexcept
 {

@@ -113,15 +113,9 @@ void settleStrncpyPath() noexcept
     strncpyPathSlot.store(level > CPU_SSE42 ? strncpyWide : strncpyOldArchitecture, std::memory_order_relaxed);
 }
 
-strncpy_loop strncpyPath() noexcept
-{
-    return strncpyPathSlot.load(std::memory_order_relaxed);
-}
+strncpy_loop strncpyPath() noexcept { return strncpyPathSlot.load(std::memory_order_relaxed); }
 
-bool strncpyWideLoopsAre(const strncpy_wide_table& t) noexcept
-{
-    return strncpyAlignedJTab.holds(t);
-}
+bool strncpyWideLoopsAre(const strncpy_wide_table& t) noexcept { return strncpyAlignedJTab.holds(t); }
 
 } // namespace uvt::impl::memlib
 

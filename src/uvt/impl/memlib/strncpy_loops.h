@@ -44,8 +44,7 @@ struct strncpy_loops {
     }
 
     // src + done is width-aligned and every byte before it has been copied.
-    UVT_MEMLIB_RAW static char* fromBlock(char* dst, const char* src, std::size_t n,
-                                                  std::size_t done) noexcept
+    UVT_MEMLIB_RAW static char* fromBlock(char* dst, const char* src, std::size_t n, std::size_t done) noexcept
     {
         for (;; done += width) {
             const std::size_t left = n - done;
