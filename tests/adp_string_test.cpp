@@ -2,6 +2,7 @@
 // the adaptor allocator behind the allocator-less constructors, range
 // errors, construction from library strings and views, and conversion
 // between the widths.
+#include "support/caught.h"
 #include "support/test_allocator.h"
 
 #include <uvt/adp/string>
@@ -11,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
 #include <string>
 
 namespace {
@@ -108,7 +108,7 @@ void run_step(S& s, int step)
     }
 }
 
-TEST(AdpString, StandardSurfaceMatchesStdString)
+TEST(AdpString, StandardSurfaceAllocatorsViewsRangeErrorsAndConversions)
 {
     uvt_adp::string mine;
     std::string model;
@@ -121,10 +121,8 @@ TEST(AdpString, StandardSurfaceMatchesStdString)
             ASSERT_EQ(sign(mine.compare(2, 3, uvt_adp::string("ick"))), sign(model.compare(2, 3, "ick")));
     }
     EXPECT_EQ(adaptor_allocator().live_blocks(), 0u);
-}
 
-TEST(AdpString, ConstructorsWithoutAllocatorUseTheAdaptorAllocator)
-{
+    // Constructors without allocator use the adaptor allocator.
     counting_allocator& a = adaptor_allocator();
     const unsigned long before = a.attempts();
     {
@@ -144,10 +142,8 @@ TEST(AdpString, ConstructorsWithoutAllocatorUseTheAdaptorAllocator)
     }
     EXPECT_EQ(a.attempts(), before + 1);
     EXPECT_EQ(a.live_blocks(), 0u);
-}
 
-TEST(AdpString, ViewsAndConcatenations)
-{
+    // Views, and sums.
     static const char* const constant = "a constant text longer than thirty-nine characters";
     uvt_adp::string view = uvt::string_retval(constant);
     EXPECT_EQ(view.data(), constant);
@@ -160,22 +156,18 @@ TEST(AdpString, ViewsAndConcatenations)
     EXPECT_NE(owner.data(), constant) << "a string that owns its storage copies a view";
     EXPECT_EQ(text(owner), constant);
 
-    const uvt_adp::string a("left"), b("right");
-    uvt_adp::string joined = a + ", " + b + '.';
+    const uvt_adp::string left("left"), right("right");
+    uvt_adp::string joined = left + ", " + right + '.';
     EXPECT_EQ(text(joined), "left, right.");
-    joined += " " + a + b;
+    joined += " " + left + right;
     EXPECT_EQ(text(joined), "left, right. leftright");
-}
 
-struct range_case {
-    const char* name;
-    std::function<void(uvt_adp::string& s)> operation;
-    const char *idx, *beg, *end;
-};
-
-TEST(AdpString, PositionsOutOfRangeReportValueAndBounds)
-{
-    const range_case cases[] = {
+    // Positions out of range report the value and the bounds.
+    const struct {
+        const char* name;
+        void (*operation)(uvt_adp::string& s);
+        const char *idx, *beg, *end;
+    } cases[] = {
         {"substr", [](uvt_adp::string& s) { (void)s.substr(6); }, "6", "0", "6"},
         {"erase", [](uvt_adp::string& s) { s.erase(7); }, "7", "0", "6"},
         {"insert", [](uvt_adp::string& s) { s.insert(9, "x"); }, "9", "0", "6"},
@@ -191,21 +183,15 @@ TEST(AdpString, PositionsOutOfRangeReportValueAndBounds)
          },
          "-1", "0", "0"},
     };
-    for (const range_case& c : cases) {
+    for (const auto& c : cases) {
         uvt_adp::string s("hello");
-        try {
-            c.operation(s);
-            ADD_FAILURE() << c.name << " did not throw";
-        } catch (const uvt::out_of_range& e) {
-            EXPECT_STREQ(e.get_msgarg_by_name("IDX"), c.idx) << c.name;
-            EXPECT_STREQ(e.get_msgarg_by_name("BEG"), c.beg) << c.name;
-            EXPECT_STREQ(e.get_msgarg_by_name("END"), c.end) << c.name;
-        }
+        const auto e = uvt_test::caught<uvt::out_of_range>([&] { c.operation(s); });
+        EXPECT_STREQ(e.get_msgarg_by_name("IDX"), c.idx) << c.name;
+        EXPECT_STREQ(e.get_msgarg_by_name("BEG"), c.beg) << c.name;
+        EXPECT_STREQ(e.get_msgarg_by_name("END"), c.end) << c.name;
     }
-}
 
-TEST(AdpString, ConvertBetweenTheWidths)
-{
+    // Conversion between the widths.
     uvt_adp::string narrow("old");
     const wchar_t wide_units[] = {L'h', 0xE9, 0x20AC, 0xD800, 0};
     narrow.convert(wide_units, 4);

@@ -17,7 +17,7 @@ namespace {
 
 using uvt_test::counting_allocator;
 
-TEST(CStringPtr, CountedCopiesShareOneBlock)
+TEST(CStringPtr, CountedCopiesLiteralsFailuresConcurrentCopiesAndComponentNames)
 {
     counting_allocator a;
     {
@@ -34,10 +34,8 @@ TEST(CStringPtr, CountedCopiesShareOneBlock)
         EXPECT_EQ(a.live_blocks(), 1u);
     }
     EXPECT_EQ(a.live_blocks(), 0u);
-}
 
-TEST(CStringPtr, LiteralsAreNeitherCopiedNorCounted)
-{
+    // Literals are neither copied nor counted.
     static const char text[] = "fixed";
     uvt::cstring_ptr p = uvt::cstring_ptr::literal(text);
     uvt::cstring_ptr q = p;
@@ -45,24 +43,19 @@ TEST(CStringPtr, LiteralsAreNeitherCopiedNorCounted)
     EXPECT_TRUE(q.is_literal());
     EXPECT_EQ(q.use_count(), 0u);
     EXPECT_EQ(uvt::cstring_ptr().c_str(), nullptr);
-}
 
-TEST(CStringPtr, WideTextNullTextAndAllocationFailure)
-{
-    counting_allocator a;
+    // Wide text, null text and allocation failure.
     uvt::wcstring_ptr w(L"wide \u00e9", a);
     EXPECT_EQ(std::wcscmp(w.c_str(), L"wide \u00e9"), 0);
     EXPECT_THROW(uvt::cstring_ptr(static_cast<const char*>(nullptr), a), uvt::null_pointer);
     EXPECT_THROW(uvt::wcstring_ptr(static_cast<const wchar_t*>(nullptr), a), uvt::null_pointer);
     a.fail_at(1);
     EXPECT_THROW(uvt::cstring_ptr("x", a), uvt::bad_alloc);
-}
 
-TEST(CStringPtr, ConcurrentCopiesBalance)
-{
-    counting_allocator a;
+    // Concurrent copies balance.
+    counting_allocator b;
     {
-        uvt::cstring_ptr shared("shared", a);
+        uvt::cstring_ptr shared("shared", b);
         std::vector<std::thread> threads;
         for (int t = 0; t < 4; ++t)
             threads.emplace_back([shared] {
@@ -75,7 +68,15 @@ TEST(CStringPtr, ConcurrentCopiesBalance)
             t.join();
         EXPECT_EQ(shared.use_count(), 1u);
     }
-    EXPECT_EQ(a.live_blocks(), 0u);
+    EXPECT_EQ(b.live_blocks(), 0u);
+
+    // Component names: the named range and the unknown ones.
+    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{0}), "Unspecified");
+    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{2}), "Memory");
+    for (unsigned n = 0; n <= 32; ++n)
+        EXPECT_STRNE(uvt::getVELAComponentName(uvt::vela_component{n}), "Unknown component") << n;
+    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{33}), "Unknown component");
+    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{0xffffffffu}), "Unknown component");
 }
 
 TEST(CStringPtrDeathTest, CorruptedCounterAborts)
@@ -87,16 +88,6 @@ TEST(CStringPtrDeathTest, CorruptedCounterAborts)
     *counter = 5; // tag destroyed
     EXPECT_DEATH({ uvt::cstring_ptr copy = p; }, "");
     *counter = saved;
-}
-
-TEST(ComponentNames, NamedRangeAndUnknown)
-{
-    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{0}), "Unspecified");
-    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{2}), "Memory");
-    for (unsigned n = 0; n <= 32; ++n)
-        EXPECT_STRNE(uvt::getVELAComponentName(uvt::vela_component{n}), "Unknown component") << n;
-    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{33}), "Unknown component");
-    EXPECT_STREQ(uvt::getVELAComponentName(uvt::vela_component{0xffffffffu}), "Unknown component");
 }
 
 } // namespace

@@ -19,22 +19,12 @@ accessors='^_Z[0-9]+uvt__ERR_UVT_[A-Z_]+v$'
 symbols=$(nm -D --defined-only "$lib" | awk '{print $3}' | grep -v '^$' || true)
 [ -n "$symbols" ] || { echo "no exported symbols found in $lib"; exit 1; }
 strays=$(echo "$symbols" | grep -Ev "$namespaced_op|$accessors|^($c_entry_points)\$" || true)
-if [ -n "$strays" ]; then
-    echo "symbols exported outside the interface:"
-    echo "$strays" | c++filt
-    exit 1
-fi
+[ -z "$strays" ] || { echo "symbols exported outside the interface:"; echo "$strays" | c++filt; exit 1; }
 demangled=$(echo "$symbols" | c++filt)
 for name in $checked; do
-    if grep -qx -- "$name" <<<"$symbols"; then
-        echo "$name is exported under its C name"
-        exit 1
-    fi
+    ! grep -qx -- "$name" <<<"$symbols" || { echo "$name is exported under its C name"; exit 1; }
     grep -q "^uvt::impl::$name(" <<<"$demangled" || { echo "uvt::impl::$name is not exported"; exit 1; }
 done
 count=$(echo "$symbols" | grep -cE "$accessors" || true)
-if [ "$count" -ne 43 ]; then
-    echo "expected 43 error accessors, found $count"
-    exit 1
-fi
+[ "$count" -eq 43 ] || { echo "expected 43 error accessors, found $count"; exit 1; }
 echo "$(echo "$symbols" | wc -l) exported symbols, all in the interface"

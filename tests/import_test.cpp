@@ -22,33 +22,25 @@ using uvt_test::test_host;
 
 test_host& host() { return test_host::instance(); }
 
-TEST(HostHooks, HostObjectIsFoundOnce)
+// The host object is found once; its answers are cached, the malloc
+// allocator stands in for the allocators it answers null for, exceptions
+// built without an allocator take the host's, and a failing allocation
+// notifies it.
+TEST(HostHooks, HostAnswersAllocatorSlotsStandardPrefixAndFileNames)
 {
     EXPECT_EQ(uvt_extern::get_import(), &host());
     EXPECT_EQ(uvt_extern::get_import(), &host());
-}
-
-TEST(HostHooks, AllocatorSlotsAndTheirFallbacks)
-{
-    EXPECT_EQ(&uvt::allocator::global_allocator(), &host().global);
-    EXPECT_EQ(&uvt::exception::default_allocator(), &host().exceptions);
-    // The host answers null for these: the malloc allocator stands in.
-    auto& fallback = uvt_extern::UvtMallocAllocator::instance();
-    EXPECT_EQ(&uvt::get_emergency_allocator(), &fallback);
-    EXPECT_EQ(&uvt::allocator::null_allocator(), &fallback);
-    EXPECT_EQ(import::get_out_of_memory_allocator(), &fallback);
-}
-
-TEST(HostHooks, PlainAnswersAreCached)
-{
     EXPECT_FALSE(import::create_trace_file());
     EXPECT_EQ(import::aux_vector(), &host().callbacks);
     EXPECT_EQ(import::get_std_stream_provider(), nullptr);
     EXPECT_EQ(import::get_unhandled_callback(), &host().callbacks);
-}
 
-TEST(HostHooks, ExceptionsBuiltWithoutAllocatorUseTheHostsOne)
-{
+    EXPECT_EQ(&uvt::allocator::global_allocator(), &host().global);
+    EXPECT_EQ(&uvt::exception::default_allocator(), &host().exceptions);
+    auto& fallback = uvt_extern::UvtMallocAllocator::instance();
+    EXPECT_EQ(&uvt::get_emergency_allocator(), &fallback);
+    EXPECT_EQ(&uvt::allocator::null_allocator(), &fallback);
+    EXPECT_EQ(import::get_out_of_memory_allocator(), &fallback);
     const unsigned long before = host().exceptions.live_blocks();
     {
         uvt::exception e(__FILE__, __LINE__, uvt__ERR_UVT_RUNTIME());
@@ -56,79 +48,20 @@ TEST(HostHooks, ExceptionsBuiltWithoutAllocatorUseTheHostsOne)
         e.mark_processed();
     }
     EXPECT_EQ(host().exceptions.live_blocks(), before);
-}
 
-TEST(HostHooks, OutOfMemoryCallbackUnlessSilent)
-{
-    const int before = host().callbacks.out_of_memory;
-    {
-        uvt::bad_alloc loud(__FILE__, __LINE__, false);
-        loud.mark_processed();
-    }
-    EXPECT_EQ(host().callbacks.out_of_memory, before + 1);
-    {
-        uvt::bad_alloc silent(__FILE__, __LINE__, "quiet", true);
-        silent.mark_processed();
-    }
-    EXPECT_EQ(host().callbacks.out_of_memory, before + 1);
+    const int notified = host().callbacks.out_of_memory;
     host().global.fail_at(1);
     EXPECT_THROW(uvt::allocator::global_allocator().allocate(10), uvt::bad_alloc);
-    EXPECT_EQ(host().callbacks.out_of_memory, before + 2);
-}
+    EXPECT_EQ(host().callbacks.out_of_memory, notified + 1);
 
-TEST(HostHooks, CaughtAndForgottenExceptionsReachTheHost)
-{
-    const int caught = host().callbacks.caught;
-    const int forgotten = host().callbacks.forgotten;
-    {
-        uvt::exception e(__FILE__, __LINE__, uvt__ERR_UVT_LOGIC());
-        e.dump();
-    }
-    EXPECT_EQ(host().callbacks.caught, caught + 1);
-    EXPECT_EQ(host().callbacks.forgotten, forgotten);
-    {
-        uvt::exception lost(__FILE__, __LINE__, uvt__ERR_UVT_DOMAIN());
-    }
-    EXPECT_EQ(host().callbacks.forgotten, forgotten + 1);
-    EXPECT_EQ(host().callbacks.last_error_no, 1000015);
-}
-
-TEST(HostHooks, StackTracesComeFromTheHost)
-{
-    uvt::exception e(__FILE__, __LINE__, uvt__ERR_UVT_RUNTIME());
-    void** frames = nullptr;
-    EXPECT_EQ(e.stack_trace(&frames), 3);
-    EXPECT_NE(frames, nullptr);
-    uvt::buffer_stream<512> out;
-    e.print_stack(out);
-    EXPECT_STREQ(out.c_str(), "exception throw location:\n  <3 test frames>\n");
-    e.mark_processed();
-}
-
-TEST(HostHooks, RegistrationUsesTheThreadList)
-{
-    EXPECT_EQ(uvt::exception::get_first_registered(), nullptr);
-    uvt::exception e(__FILE__, __LINE__, uvt__ERR_UVT_RUNTIME());
-    EXPECT_TRUE(e.register_on_thread_());
-    EXPECT_FALSE(e.register_on_thread_()) << "registering twice is a no-op";
-    EXPECT_EQ(uvt::exception::get_first_registered(), &e);
-    e.unregister_on_thread();
-    EXPECT_EQ(uvt::exception::get_first_registered(), nullptr);
-    e.mark_processed();
-}
-
-TEST(HostHooks, StandardPrefixFunction)
-{
+    // The standard prefix function, and file names cut below the source tree.
     char buffer[32];
     EXPECT_EQ(uvt::getStandardPrefix(buffer, sizeof buffer), nullptr);
     auto prefix = [](char* b, unsigned long) -> const char* { return std::strcpy(b, "[t1]"); };
     EXPECT_EQ(import::set_standard_prefix(prefix), nullptr);
     EXPECT_STREQ(uvt::getStandardPrefix(buffer, sizeof buffer), "[t1]");
     EXPECT_EQ(import::set_standard_prefix(nullptr), +prefix);
-}
 
-TEST(HostHooks, FileNamesAreCutBelowTheSourceTree)
-{
     const std::string root = UVT_TEST_SOURCE_DIR;
     const std::string source = root + "/src/uvt/base/impl/import.cpp";
     EXPECT_STREQ(import::stdFileName(source.c_str()), "uvt/base/impl/import.cpp");

@@ -18,18 +18,11 @@ reached=$(c++ -std=c++20 -M -x c++ -I"$include_dir" "$include_dir/uvt/all")
 used=$(grep -o '<uvt/[a-z0-9_/]*>' "$consumer" | sort -u)
 failed=0
 for header in $(cd "$include_dir" && find uvt -type f | sort); do
-    if ! grep -Eq '^// (For users|Implementation detail of )' "$include_dir/$header"; then
-        echo "<$header> does not say whether it is for users"
-        failed=1
-    fi
-    if [ "$header" != uvt/all ] && ! grep -q "include/$header\b" <<<"$reached"; then
-        echo "uvt/all does not reach <$header>"
-        failed=1
-    fi
-    if ! grep -qx "<$header>" <<<"$used"; then
-        echo "tests/consumer/consumer.cpp uses nothing of <$header>"
-        failed=1
-    fi
+    grep -Eq '^// (For users|Implementation detail of )' "$include_dir/$header" ||
+        { echo "<$header> does not say whether it is for users"; failed=1; }
+    [ "$header" = uvt/all ] || grep -q "include/$header\b" <<<"$reached" ||
+        { echo "uvt/all does not reach <$header>"; failed=1; }
+    grep -qx "<$header>" <<<"$used" || { echo "tests/consumer/consumer.cpp uses nothing of <$header>"; failed=1; }
 done
 [ "$failed" = 0 ]
 

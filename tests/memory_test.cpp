@@ -1,6 +1,7 @@
 // The allocator interface, the malloc allocator and the process-wide
 // accessors as a program without a host object sees them.
 
+#include "support/caught.h"
 #include "support/test_allocator.h"
 
 #include <uvt/exception>
@@ -32,37 +33,28 @@ uvt::allocator_handle private_malloc_allocator()
     return allocator::global_allocator().createBlockAllocator("private", 48, uvt::vela_component{});
 }
 
-TEST(AllocatorEntryPoints, ZeroSizeRequestsOneByteAndDistinctBlocks)
+// Zero bytes are requested as one (distinct blocks); aligned requests as at
+// least the alignment.
+TEST(AllocatorEntryPoints, RequestSizesReallocRulesAndFailures)
 {
     counting_allocator a;
     void* p = a.allocate(0);
     EXPECT_EQ(a.last_size(), 1u);
     void* q = a.allocateNoThrow(0);
     EXPECT_EQ(a.last_size(), 1u);
-    EXPECT_NE(p, nullptr);
     EXPECT_NE(p, q);
-    a.deallocate(p);
-    a.deallocate(q);
-    EXPECT_EQ(a.live_blocks(), 0u);
-}
-
-TEST(AllocatorEntryPoints, AlignedRequestsAtLeastTheAlignment)
-{
-    counting_allocator a;
-    void* p = a.allocateAligned(8, 64);
+    void* r = a.allocateAligned(8, 64);
     EXPECT_EQ(a.last_size(), 64u);
     EXPECT_EQ(a.last_alignment(), 64u);
-    EXPECT_TRUE(aligned_to(p, 64));
-    void* q = a.allocateAlignedNoThrow(100, 32);
+    EXPECT_TRUE(aligned_to(r, 64));
+    void* s = a.allocateAlignedNoThrow(100, 32);
     EXPECT_EQ(a.last_size(), 100u);
-    EXPECT_TRUE(aligned_to(q, 32));
-    a.deallocate(p);
-    a.deallocate(q);
-}
+    EXPECT_TRUE(aligned_to(s, 32));
+    for (void* block : {p, q, r, s})
+        a.deallocate(block);
+    EXPECT_EQ(a.live_blocks(), 0u);
 
-TEST(AllocatorEntryPoints, FailuresThrowOrReturnNull)
-{
-    counting_allocator a;
+    // Failures throw or return null.
     a.fail_at(1, true);
     EXPECT_EQ(a.allocateNoThrow(10), nullptr);
     EXPECT_EQ(a.allocateAlignedNoThrow(10, 16), nullptr);
@@ -70,17 +62,15 @@ TEST(AllocatorEntryPoints, FailuresThrowOrReturnNull)
     EXPECT_THROW(a.allocateAligned(10, 16), std::bad_alloc);
     EXPECT_THROW(a.allocateViaReservations(10, nullptr), uvt::bad_alloc);
     EXPECT_EQ(a.live_blocks(), 0u);
-}
 
-TEST(AllocatorRealloc, FollowsTheShrinkAndMoveRules)
-{
-    counting_allocator a;
-    void* p = a.realloc(nullptr, 100);
-    ASSERT_NE(p, nullptr);
-    std::memset(p, 0x5a, 100);
-    EXPECT_EQ(a.realloc(p, 60), p) << "shrinking to more than half keeps the block";
-    void* moved = a.realloc(p, 50);
-    EXPECT_NE(moved, p) << "shrinking to half or less moves the block";
+    // realloc: shrinking, moving, failures, and allocators without block sizes.
+    a.fail_at(0);
+    void* block = a.realloc(nullptr, 100);
+    ASSERT_NE(block, nullptr);
+    std::memset(block, 0x5a, 100);
+    EXPECT_EQ(a.realloc(block, 60), block) << "shrinking to more than half keeps the block";
+    void* moved = a.realloc(block, 50);
+    EXPECT_NE(moved, block) << "shrinking to half or less moves the block";
     EXPECT_EQ(static_cast<unsigned char*>(moved)[49], 0x5a);
     EXPECT_EQ(a.live_blocks(), 1u);
 
@@ -92,31 +82,37 @@ TEST(AllocatorRealloc, FollowsTheShrinkAndMoveRules)
     EXPECT_EQ(a.realloc(grown, 0), nullptr);
     EXPECT_EQ(a.reallocThrow(small, 0), nullptr);
     EXPECT_EQ(a.live_blocks(), 0u);
-}
 
-TEST(AllocatorRealloc, FailureKeepsTheOldBlock)
-{
-    counting_allocator a;
-    void* p = a.allocate(32);
+    // A failure keeps the old block.
+    void* kept = a.allocate(32);
     a.fail_at(1);
-    EXPECT_EQ(a.realloc(p, 1000), nullptr);
+    EXPECT_EQ(a.realloc(kept, 1000), nullptr);
     a.fail_at(1);
-    EXPECT_THROW(a.reallocThrow(p, 1000), uvt::bad_alloc);
-    EXPECT_EQ(a.getBlockSize(p), 32u);
-    a.deallocate(p);
-}
+    EXPECT_THROW(a.reallocThrow(kept, 1000), uvt::bad_alloc);
+    EXPECT_EQ(a.getBlockSize(kept), 32u);
+    a.deallocate(kept);
 
-TEST(AllocatorRealloc, UnsupportedWithoutBlockSizes)
-{
+    // Without block sizes (the malloc allocator) realloc is refused.
     allocator& m = allocator::global_allocator();
-    void* p = m.allocate(40);
-    std::memset(p, 1, 40);
-    EXPECT_EQ(m.realloc(p, 20), nullptr);
-    EXPECT_EQ(static_cast<unsigned char*>(p)[39], 1) << "the block stays valid";
-    m.deallocate(p);
+    void* unsized = m.allocate(40);
+    std::memset(unsized, 1, 40);
+    EXPECT_EQ(m.realloc(unsized, 20), nullptr);
+    EXPECT_EQ(static_cast<unsigned char*>(unsized)[39], 1) << "the block stays valid";
+    m.deallocate(unsized);
 }
 
-TEST(ProcessWideAllocators, WithoutHostAllAreTheMallocAllocator)
+// A temporary allocator hanging below another one.
+class temp_allocator : public counting_allocator {
+public:
+    explicit temp_allocator(allocator* parent) : parent_(parent) {}
+    bool isTempAllocator() const override { return true; }
+    allocator* getParentAllocator() const override { return parent_; }
+
+private:
+    allocator* parent_;
+};
+
+TEST(MallocAllocator, ProcessWideOnesBlockAllocatorsReferencesMalfunctionsAndConcurrency)
 {
     allocator& global = allocator::global_allocator();
     EXPECT_EQ(&global, &allocator::internal_global_allocator());
@@ -127,33 +123,14 @@ TEST(ProcessWideAllocators, WithoutHostAllAreTheMallocAllocator)
         EXPECT_EQ(a, &global);
     EXPECT_EQ(&global, &uvt_extern::UvtMallocAllocator::instance());
     EXPECT_STREQ(global.getName().c_str(), "UvtMallocAllocator");
-    EXPECT_TRUE(global.getName().is_literal());
-    EXPECT_EQ(global.getAlignmentSize(), 0u);
-    EXPECT_EQ(global.getParentAllocator(), nullptr);
-}
 
-TEST(ProcessWideAllocators, DefaultsOfTheInterface)
-{
-    allocator& global = allocator::global_allocator();
-    counting_allocator a;
-    EXPECT_STREQ(a.getName().c_str(), "<unnamed>");
-    EXPECT_EQ(a.getRefCount(), 1u);
-    EXPECT_EQ(a.getAlignmentSize(), 8u);
-    EXPECT_EQ(&a.smallSizeAllocator(), &a);
-    EXPECT_EQ(a.createSubAllocator("sub", uvt::vela_component{}).get(), &a);
-    EXPECT_EQ(a.createTempAllocator("tmp", false, false).get(), &a);
-    EXPECT_EQ(a.createCompositeAllocator("c", global).get(), &a);
-    EXPECT_EQ(a.getNonTempParentAllocator(), &a);
-    EXPECT_THROW(a.createBlockAllocator("b", 64, uvt::vela_component{}), uvt::bad_alloc);
-    EXPECT_THROW(a.createExecAllocator("x", uvt::vela_component{}), uvt::bad_alloc);
-    errno = 0;
-    EXPECT_EQ(a.allocateAlignedViaReservationsNoThrow(8, 8, nullptr), nullptr);
-    EXPECT_EQ(errno, ENOMEM);
-}
+    // getNonTempParentAllocator skips temporary allocators.
+    counting_allocator root;
+    temp_allocator mid(&root), leaf(&mid), orphan(nullptr);
+    EXPECT_EQ(leaf.getNonTempParentAllocator(), &root);
+    EXPECT_EQ(orphan.getNonTempParentAllocator(), nullptr);
 
-TEST(MallocAllocator, BlockAllocatorsFixTheAlignment)
-{
-    allocator& global = allocator::global_allocator();
+    // Block allocators fix the alignment.
     struct Case {
         unsigned long block_size, alignment;
     };
@@ -167,35 +144,26 @@ TEST(MallocAllocator, BlockAllocatorsFixTheAlignment)
             EXPECT_TRUE(aligned_to(p, c.alignment));
         block->deallocate(p);
     }
-}
 
-TEST(MallocAllocator, ReferencesKeepABlockAllocatorAlive)
-{
+    // References keep an allocator alive.
     auto block = private_malloc_allocator();
     auto* impl = static_cast<uvt_extern::UvtMallocAllocator*>(block.get());
     uvt::allocator_handle copy = block;
     EXPECT_EQ(impl->referenceCount(), 2u);
     block.reset();
     EXPECT_EQ(impl->referenceCount(), 1u);
-    void* p = copy->allocate(8); // still usable
-    copy->deallocate(p);
+    copy->deallocate(copy->allocate(8)); // still usable
     impl->addReferences(3);
     EXPECT_EQ(impl->referenceCount(), 4u);
     for (int i = 0; i < 3; ++i)
         impl->release();
-}
 
-TEST(MallocAllocator, ProcessWideInstanceSurvivesItsLastRelease)
-{
-    auto& global = uvt_extern::UvtMallocAllocator::instance();
-    global.release();
-    global.release();
-    void* p = global.allocate(8);
-    global.deallocate(p);
-}
+    // The process-wide instance survives its last release.
+    auto& instance = uvt_extern::UvtMallocAllocator::instance();
+    instance.release();
+    instance.release();
+    instance.deallocate(instance.allocate(8));
 
-TEST(MallocAllocator, MalfunctionCounterFailsFromTheNthAllocation)
-{
     auto a = private_malloc_allocator();
     a->setMalfunctionStartCounter(3);
     void* first = a->allocateNoThrow(8);
@@ -212,44 +180,29 @@ TEST(MallocAllocator, MalfunctionCounterFailsFromTheNthAllocation)
     void* again = a->allocate(8);
     for (void* p : {first, second, again})
         a->deallocate(p);
-}
 
-// The bad_alloc of a failing allocation names the allocator and the size;
-// an aligned request repeats the size.
-TEST(MallocAllocator, BadAllocCarriesTheAllocatorsArguments)
-{
-    auto a = private_malloc_allocator();
+    // The bad_alloc names the allocator and the size; an aligned request
+    // repeats the size.
     a->setMalfunctionStartCounter(1);
-    try {
-        a->allocate(1234);
-        ADD_FAILURE() << "allocation should fail";
-    } catch (const uvt::bad_alloc& e) {
-        e.mark_processed();
-        EXPECT_EQ(e.error_no(), 1000002);
-        EXPECT_STREQ(e.get_msgarg_by_name("size"), "1234");
-        EXPECT_STREQ(e.get_msgarg_by_name("name"), "private");
-        EXPECT_STREQ(e.get_msgarg_by_name("type"), "UvtMallocAllocator");
-        EXPECT_STREQ(e.file().get(), "uvt/impl/memory");
-        EXPECT_EQ(e.line(), 126);
-        EXPECT_EQ(e.get_allocation_failure_type(), uvt::UNKNOWN);
-    }
-    try {
-        a->allocateAligned(100, 64, nullptr);
-        ADD_FAILURE() << "allocation should fail";
-    } catch (const uvt::bad_alloc& e) {
-        e.mark_processed();
-        EXPECT_EQ(e.line(), 203);
-        uvt::buffer_stream<2048> out;
-        e.print_short(out, true, true);
-        const std::string text = out.c_str();
-        const auto first = text.find("$size$=100");
-        EXPECT_NE(first, std::string::npos) << text;
-        EXPECT_NE(text.find("$size$=100", first + 1), std::string::npos) << "the size argument appears twice: " << text;
-    }
-}
+    const auto e = uvt_test::caught<uvt::bad_alloc>([&] { a->allocate(1234); });
+    EXPECT_EQ(e.error_no(), 1000002);
+    EXPECT_STREQ(e.get_msgarg_by_name("size"), "1234");
+    EXPECT_STREQ(e.get_msgarg_by_name("name"), "private");
+    EXPECT_STREQ(e.get_msgarg_by_name("type"), "UvtMallocAllocator");
+    EXPECT_STREQ(e.file().get(), "uvt/impl/memory");
+    EXPECT_EQ(e.line(), 126);
+    EXPECT_EQ(e.get_allocation_failure_type(), uvt::UNKNOWN);
 
-TEST(MallocAllocator, ConcurrentAllocationAndReferences)
-{
+    const auto aligned = uvt_test::caught<uvt::bad_alloc>([&] { a->allocateAligned(100, 64, nullptr); });
+    EXPECT_EQ(aligned.line(), 203);
+    uvt::buffer_stream<2048> out;
+    aligned.print_short(out, true, true);
+    const std::string text = out.c_str();
+    const auto at = text.find("$size$=100");
+    EXPECT_NE(at, std::string::npos) << text;
+    EXPECT_NE(text.find("$size$=100", at + 1), std::string::npos) << "the size argument appears twice: " << text;
+
+    // Concurrent allocation and references.
     auto shared = private_malloc_allocator();
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
@@ -263,27 +216,6 @@ TEST(MallocAllocator, ConcurrentAllocationAndReferences)
     for (auto& t : threads)
         t.join();
     EXPECT_EQ(static_cast<uvt_extern::UvtMallocAllocator*>(shared.get())->referenceCount(), 1u);
-}
-
-// A temporary allocator hanging below another one.
-class temp_allocator : public counting_allocator {
-public:
-    explicit temp_allocator(allocator* parent) : parent_(parent) {}
-    bool isTempAllocator() const override { return true; }
-    allocator* getParentAllocator() const override { return parent_; }
-
-private:
-    allocator* parent_;
-};
-
-TEST(AllocatorHierarchy, NonTempParentSkipsTemporaryAllocators)
-{
-    counting_allocator root;
-    temp_allocator mid(&root);
-    temp_allocator leaf(&mid);
-    temp_allocator orphan(nullptr);
-    EXPECT_EQ(leaf.getNonTempParentAllocator(), &root);
-    EXPECT_EQ(orphan.getNonTempParentAllocator(), nullptr);
 }
 
 } // namespace

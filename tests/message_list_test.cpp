@@ -2,6 +2,7 @@
 // sizes of messages and parameters, and exception behaviour without a host
 // object (this program defines no get_uvt_import).
 
+#include "support/caught.h"
 #include "support/string_ostream.h"
 #include "support/test_allocator.h"
 
@@ -23,12 +24,13 @@ struct param {
     bool replace = false;
 };
 
+// A template with its parameters, expanded through msg_write_stream and
+// through msg_byte_stream.
 struct expansion_case {
     int line;
     const char* text;
     std::vector<param> params;
-    std::string streamed; // through msg_write_stream
-    std::string bytes;    // through msg_byte_stream
+    std::string streamed, bytes;
 };
 
 std::string expand_to_stream(const uvt::exception_node& n)
@@ -96,9 +98,25 @@ const std::vector<expansion_case> expansion_cases = {
     {__LINE__, "Failed", {{"", "a\nb"}}, "Failed\na\nb\n", "Failed. a\nb"},
 };
 
+uvt::exception plain(const char* text = "text") { return uvt::exception("demo/unit.cpp", 42, 7, text, nullptr); }
+
+// Hands out blocks 8 bytes past a 16-byte boundary.
+class misaligning_allocator : public uvt_test::counting_allocator {
+public:
+    void* allocateNoThrowImpl(unsigned long size, const void* caller) override
+    {
+        auto* p = static_cast<char*>(counting_allocator::allocateNoThrowImpl(size + 8, caller));
+        return p ? p + 8 : nullptr;
+    }
+    void deallocateImpl(void* p, const void* caller) override
+    {
+        counting_allocator::deallocateImpl(p ? static_cast<char*>(p) - 8 : nullptr, caller);
+    }
+};
+
 // Expansion reorders the parameter list; the order it leaves must expand to
 // the same text again, through either sink.
-TEST(Expansion, TableThroughBothSinksAndAgain)
+TEST(MessageList, ExpansionParametersBlockSizesFailuresAndExceptionsWithoutHost)
 {
     for (const expansion_case& c : expansion_cases) {
         SCOPED_TRACE(testing::Message() << "row at line " << c.line);
@@ -109,10 +127,8 @@ TEST(Expansion, TableThroughBothSinksAndAgain)
         EXPECT_EQ(expand_to_stream(*list.first()), c.streamed) << "second expansion";
         EXPECT_EQ(expand_to_bytes(*list.first()), c.bytes) << "second expansion";
     }
-}
 
-TEST(Expansion, ByteStreamStopsAtThePieceThatDoesNotFit)
-{
+    // The byte stream stops at the piece that does not fit.
     uvt::message_list list(uvt::allocator::global_allocator());
     build(list, "Index $IDX$ out of range", {{"IDX", "7"}, {"X", "1"}});
     const struct {
@@ -132,35 +148,21 @@ TEST(Expansion, ByteStreamStopsAtThePieceThatDoesNotFit)
     char untouched = '#';
     EXPECT_EQ(list.first()->expand(&untouched, 0), 0u);
     EXPECT_EQ(untouched, '#');
-}
 
-TEST(Expansion, NodeWithoutMessageWritesItsPlainText)
-{
+    // A node without message writes its plain text as it is.
     alignas(8) unsigned char block[sizeof(uvt::exception_node) + 8]; // with room for an empty text
     uvt::exception_node* n = uvt::exception_node::construct(block, nullptr, 0, 0, nullptr);
     n->has_message = false;
     n->plain_text = "plain $X$ \\$";
     EXPECT_EQ(expand_to_stream(*n), "plain $X$ \\$");
     EXPECT_EQ(expand_to_bytes(*n), "plain $X$ \\$");
-}
 
-TEST(MessageList, ParameterWithoutMessageThrowsNullPointer)
-{
-    uvt::message_list list(uvt::allocator::global_allocator());
-    try {
-        list.new_param("X", "1", false);
-        FAIL() << "no exception";
-    } catch (const uvt::null_pointer& e) {
-        EXPECT_STREQ(e.what(), "Message is does not exist. Cannot create parameter");
-        e.mark_processed();
-    }
-}
-
-TEST(MessageList, ParametersGoToTheLastMessageAndEverythingIsFreed)
-{
+    // Allocation failures throw bad_alloc and leak nothing.
     uvt_test::counting_allocator a;
     {
         uvt::message_list list(a);
+        EXPECT_STREQ(uvt_test::caught<uvt::null_pointer>([&] { list.new_param("X", "1", false); }).what(),
+                     "Message is does not exist. Cannot create parameter");
         build(list, "first $A$", {{"A", "1"}});
         build(list, "second $A$", {{"A", "2"}});
         ASSERT_NE(list.first()->next, nullptr);
@@ -169,10 +171,7 @@ TEST(MessageList, ParametersGoToTheLastMessageAndEverythingIsFreed)
         EXPECT_EQ(a.live_blocks(), 4u);
     }
     EXPECT_EQ(a.live_blocks(), 0u);
-}
 
-TEST(MessageList, AllocationFailuresThrowBadAllocWithoutLeaking)
-{
     const unsigned long points = uvt_test::sweep_allocation_failures(
         [](uvt::allocator& a) {
             uvt::message_list list(a);
@@ -181,86 +180,45 @@ TEST(MessageList, AllocationFailuresThrowBadAllocWithoutLeaking)
         },
         [](bool threw) { EXPECT_TRUE(threw); });
     EXPECT_EQ(points, 5u);
-}
 
-TEST(BlockSizes, MessagesParametersAndPayloads)
-{
-    const struct {
-        int line;
-        const char* text;
-        unsigned long node_bytes;
-        unsigned long payload_bytes;
-    } messages[] = {
-        {__LINE__, nullptr, 64, 135},           {__LINE__, "", 64, 135},
-        {__LINE__, "1234567", 64, 135},         {__LINE__, "12345678", 72, 143},
-        {__LINE__, "123456789012345", 72, 143},
-    };
-    const struct {
-        int line;
-        const char* value;
-        unsigned long bytes;
-    } params[] = {
-        {__LINE__, nullptr, 40},
-        {__LINE__, "", 40},
-        {__LINE__, "1234567", 40},
-        {__LINE__, "12345678", 41},
-    };
-    for (const auto& m : messages) {
-        SCOPED_TRACE(testing::Message() << "row at line " << m.line);
+    // A message node is its header and its text space; a payload holds 71
+    // bytes more (its header and the worst alignment gap, less the node header)
+    // and lies aligned inside its block; a parameter keeps at least 8 bytes of
+    // value.
+    const std::pair<const char*, unsigned long> messages[] = {{nullptr, 64}, {"1234567", 64}, {"12345678", 72}};
+    for (auto [text, node_bytes] : messages) {
+        SCOPED_TRACE(text ? text : "null");
         uvt_test::counting_allocator a;
         {
             uvt::message_list list(a);
-            list.new_message(m.text);
-            EXPECT_EQ(a.live_bytes(), m.node_bytes);
+            list.new_message(text);
+            EXPECT_EQ(a.live_bytes(), node_bytes);
         }
-        const uvt::impl::ErrorCodeImpl ec(1, m.text, &uvt::generic_category(), "SIZE");
+        const uvt::impl::ErrorCodeImpl ec(1, text, &uvt::generic_category(), "SIZE");
         uvt::exception e(a, "f.cpp", 1, ec, uvt::exception::CALLER_SUPPRESS_STACK_TRACE);
-        EXPECT_EQ(a.live_bytes(), m.payload_bytes);
+        EXPECT_EQ(a.live_bytes(), node_bytes + 71);
         e.mark_processed();
     }
-    for (const auto& p : params) {
-        SCOPED_TRACE(testing::Message() << "row at line " << p.line);
+    const std::pair<const char*, unsigned long> params[] = {{nullptr, 40}, {"", 40}, {"1234567", 40}, {"12345678", 41}};
+    for (auto [value, bytes] : params) {
         uvt_test::counting_allocator a;
         uvt::message_list list(a);
         list.new_message("m");
         const unsigned long before = a.live_bytes();
-        list.new_param("N", p.value, false);
-        EXPECT_EQ(a.live_bytes() - before, p.bytes);
+        list.new_param("N", value, false);
+        EXPECT_EQ(a.live_bytes() - before, bytes) << (value ? value : "null");
     }
-}
-
-// Hands out blocks 8 bytes past a 16-byte boundary.
-class misaligning_allocator : public uvt_test::counting_allocator {
-public:
-    void* allocateNoThrowImpl(unsigned long size, const void* caller) override
+    misaligning_allocator misaligning;
     {
-        auto* p = static_cast<char*>(counting_allocator::allocateNoThrowImpl(size + 8, caller));
-        return p ? p + 8 : nullptr;
-    }
-    void deallocateImpl(void* p, const void* caller) override
-    {
-        counting_allocator::deallocateImpl(p ? static_cast<char*>(p) - 8 : nullptr, caller);
-    }
-};
-
-TEST(BlockSizes, PayloadIsAlignedInsideItsBlockAndFreedFromItsStart)
-{
-    misaligning_allocator a;
-    {
-        uvt::exception e(a, "f.cpp", 1, uvt::error_code(1, uvt::generic_category()), nullptr);
+        uvt::exception e(misaligning, "f.cpp", 1, uvt::error_code(1, uvt::generic_category()), nullptr);
         ASSERT_NE(e.data(), nullptr);
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(e.data()) % 16, 0u);
         e.mark_processed();
     }
-    EXPECT_EQ(a.live_blocks(), 0u);
-}
+    EXPECT_EQ(misaligning.live_blocks(), 0u);
 
-// --- exceptions without a host object ---
-
-uvt::exception plain(const char* text = "text") { return uvt::exception("demo/unit.cpp", 42, 7, text, nullptr); }
-
-TEST(NoHost, StackCaptureYieldsStatusEightAndNoNote)
-{
+    // Without a host object, stack capture yields status 8 and registration only
+    // marks the object.
     uvt::exception e = plain();
     uvt_test::string_ostream os;
     e.print(os);
@@ -270,11 +228,8 @@ TEST(NoHost, StackCaptureYieldsStatusEightAndNoNote)
     void** frames = reinterpret_cast<void**>(&os);
     EXPECT_EQ(e.stack_trace(&frames), 0);
     EXPECT_EQ(frames, nullptr);
-}
 
-TEST(NoHost, RegistrationOnlyMarksTheObject)
-{
-    uvt::exception e = plain();
+    // Registration only marks the object.
     EXPECT_EQ(uvt::exception::get_first_registered(), nullptr);
     EXPECT_TRUE(e.register_on_thread_());
     EXPECT_FALSE(e.register_on_thread_());

@@ -1,13 +1,12 @@
 // uvt::basic_string: states and growth, sharing, read-only views, length
-// checks, concatenation, allocation failures, concurrent release, output,
-// and the texts of the error categories.
+// checks, concatenation, allocation failures, concurrent release and output.
+#include "support/caught.h"
 #include "support/string_ostream.h"
 #include "support/test_allocator.h"
 
 #include <uvt/new>
 #include <uvt/stdexcept>
 #include <uvt/string>
-#include <uvt/system_error>
 
 #include <gtest/gtest.h>
 
@@ -26,14 +25,12 @@ std::string text(const uvt::string& s) { return std::string(s.data(), s.size());
 
 std::string repeat(std::size_t n, char c = 'x') { return std::string(n, c); }
 
-// --- states and growth ---
-
-TEST(StringStates, InlineUpToThe64ByteObjectThenGrowthRule)
+TEST(StringStates, InlineGrowthShrinkAndSharingRulesAndConcurrentRelease)
 {
     counting_allocator a;
     uvt::string s(repeat(39).c_str(), a);
     EXPECT_EQ(s.capacity(), 39u);
-    EXPECT_EQ(a.attempts(), 0u) << "39 characters live inside the object";
+    EXPECT_EQ(a.attempts(), 0u) << "39 characters (9 wide ones) live inside the object";
 
     s.push_back('y');
     EXPECT_EQ(s.capacity(), 59u) << "39 + 19 + 1";
@@ -46,45 +43,32 @@ TEST(StringStates, InlineUpToThe64ByteObjectThenGrowthRule)
     uvt::string jump(a);
     jump.append(repeat(100).c_str());
     EXPECT_EQ(jump.capacity(), 100u) << "2 * 100 > 3 * 39: exactly the need";
-}
 
-TEST(StringStates, WideStringsHoldNineUnitsInline)
-{
-    counting_allocator a;
     uvt::wstring w(L"123456789", a);
     EXPECT_EQ(w.capacity(), 9u);
-    EXPECT_EQ(a.attempts(), 0u);
     w.push_back(L'0');
     EXPECT_EQ(w.capacity(), 14u);
     EXPECT_EQ(a.last_size(), (14u + 3) * 4) << "the count takes two units";
     EXPECT_STREQ(w.c_str(), L"1234567890");
-}
 
-TEST(StringStates, ShrinkToFitReturnsInlineOrToAnExactBlock)
-{
-    counting_allocator a;
-    uvt::string s(repeat(80).c_str(), a);
-    s.reserve(200);
-    EXPECT_EQ(s.capacity(), 200u);
-    s.shrink_to_fit();
-    EXPECT_EQ(s.capacity(), 80u);
-    s.replace(10, 70, "");
-    s.shrink_to_fit();
-    EXPECT_EQ(s.capacity(), 39u);
-    EXPECT_EQ(a.live_blocks(), 0u);
-    EXPECT_EQ(text(s), repeat(10));
-}
+    // shrink_to_fit returns inline or to an exact block.
+    uvt::string shrunk(repeat(80).c_str(), a);
+    shrunk.reserve(200);
+    EXPECT_EQ(shrunk.capacity(), 200u);
+    shrunk.shrink_to_fit();
+    EXPECT_EQ(shrunk.capacity(), 80u);
+    shrunk.replace(10, 70, "");
+    shrunk.shrink_to_fit();
+    EXPECT_EQ(shrunk.capacity(), 39u);
+    EXPECT_EQ(text(shrunk), repeat(10));
 
-// --- sharing ---
-
-TEST(StringSharing, CopiesShareUntilOneChanges)
-{
-    counting_allocator a;
-    uvt::string first(repeat(50).c_str(), a);
+    // Copies share until one changes.
+    counting_allocator sharing;
+    uvt::string first(repeat(50).c_str(), sharing);
     uvt::string copy(first);
     EXPECT_EQ(copy.data(), first.data());
     EXPECT_TRUE(first.is_shared());
-    EXPECT_EQ(a.live_blocks(), 1u);
+    EXPECT_EQ(sharing.live_blocks(), 1u);
 
     copy[0] = 'C';
     EXPECT_NE(copy.data(), first.data());
@@ -92,10 +76,10 @@ TEST(StringSharing, CopiesShareUntilOneChanges)
     EXPECT_EQ(text(copy), "C" + repeat(49));
     EXPECT_EQ(copy.capacity(), 50u) << "a private copy is never larger than needed";
     EXPECT_FALSE(first.is_shared());
-    EXPECT_EQ(a.live_blocks(), 2u);
+    EXPECT_EQ(sharing.live_blocks(), 2u);
 
     // A shared block with room to spare is still not written in place.
-    uvt::string roomy(repeat(50).c_str(), a);
+    uvt::string roomy(repeat(50).c_str(), sharing);
     roomy.reserve(80);
     uvt::string appended(roomy);
     appended.push_back('!');
@@ -103,53 +87,41 @@ TEST(StringSharing, CopiesShareUntilOneChanges)
     roomy.push_back('?');
     EXPECT_EQ(roomy.capacity(), 80u) << "a private block with room is written in place";
     EXPECT_EQ(text(appended), repeat(50) + "!");
-}
 
-TEST(StringSharing, ShorteningASharedBlockMovesToPrivateStorageOfTheNewLength)
-{
-    counting_allocator a;
-    uvt::string first(repeat(50).c_str(), a);
+    // Shortening a shared block moves to private storage of the new length.
     uvt::string to_inline(first), to_block(first);
-
     to_inline.replace(10, 40, "");
     EXPECT_EQ(to_inline.capacity(), 39u);
     EXPECT_EQ(text(to_inline), repeat(10));
-
     to_block.replace(0, 5, "");
     EXPECT_EQ(to_block.capacity(), 45u);
     EXPECT_EQ(text(first), repeat(50));
-    EXPECT_EQ(a.live_blocks(), 2u);
-}
 
-TEST(StringSharing, AssignmentSharesOnlyWithTheSameAllocator)
-{
-    counting_allocator a, b;
-    const uvt::string source(repeat(60).c_str(), a);
-    uvt::string same(a), other(b), short_target(a);
+    // Assignment shares only with the same allocator.
+    counting_allocator one, another;
+    const uvt::string source(repeat(60).c_str(), one);
+    uvt::string same(one), other(another), short_target(one);
     same = source;
     other = source;
     EXPECT_EQ(same.data(), source.data());
     EXPECT_NE(other.data(), source.data());
-    EXPECT_EQ(&other.get_allocator(), &b);
-    EXPECT_EQ(b.live_blocks(), 1u);
+    EXPECT_EQ(&other.get_allocator(), &another);
+    EXPECT_EQ(another.live_blocks(), 1u);
 
-    const uvt::string copied(source, b);
+    const uvt::string copied(source, another);
     EXPECT_NE(copied.data(), source.data());
     EXPECT_EQ(text(copied), repeat(60));
 
-    uvt::string heap_target(repeat(70).c_str(), a);
-    heap_target = uvt::string("short", a);
+    uvt::string heap_target(repeat(70).c_str(), one);
+    heap_target = uvt::string("short", one);
     EXPECT_EQ(heap_target.capacity(), 39u) << "a short source is always copied inline";
-    EXPECT_EQ(a.live_blocks(), 1u);
-}
+    EXPECT_EQ(one.live_blocks(), 1u);
 
-// Copies of one block released on several threads at once: the count is
-// atomic and exactly one release frees the block.
-TEST(StringSharing, CopiesReleasedConcurrently)
-{
-    counting_allocator a;
+    // Copies of one block released on several threads at once: the count is
+    // atomic and exactly one release frees the block.
+    counting_allocator released;
     {
-        const uvt::string shared(repeat(100).c_str(), a);
+        const uvt::string shared(repeat(100).c_str(), released);
         std::vector<std::thread> threads;
         for (int t = 0; t < 4; ++t)
             threads.emplace_back([&shared] {
@@ -164,17 +136,23 @@ TEST(StringSharing, CopiesReleasedConcurrently)
         for (auto& t : threads)
             t.join();
         EXPECT_FALSE(shared.is_shared());
-        EXPECT_EQ(a.live_blocks(), 1u);
+        EXPECT_EQ(released.live_blocks(), 1u);
     }
-    EXPECT_EQ(a.live_blocks(), 0u);
+    EXPECT_EQ(released.live_blocks(), 0u);
 }
 
-// --- a model check against std::string ---
+const char* const long_literal = "0123456789012345678901234567890123456789012345678901234567890123456789"
+                                 "0123456789012345678901234567890123456789012345678901234567890123456789";
+
+std::string rvalue_text_of(const std::function<void()>& change)
+{
+    return uvt_test::caught<uvt::rvalue_error>(change).get_msgarg_by_name("STR");
+}
 
 // Random operations on a pool of strings over two allocators, compared after
 // every step with the same operations on std::string. Copies, self-appends,
 // own substrings and swaps exercise sharing and aliasing.
-TEST(StringModel, RandomOperationsMatchStdString)
+TEST(StringModel, RandomOperationsMatchStdStringAndViewsRefuseEveryChange)
 {
     counting_allocator a, b;
     {
@@ -241,10 +219,8 @@ TEST(StringModel, RandomOperationsMatchStdString)
         }
     }
     EXPECT_EQ(a.live_blocks() + b.live_blocks(), 0u);
-}
 
-TEST(StringRead, FindAndCompareAgreeWithStdString)
-{
+    // Find and compare against the model.
     const std::string hay = "abcabcabd" + repeat(50, 'q') + "abd";
     const uvt::string s(hay.c_str(), uvt::allocator::global_allocator());
     for (const char* needle : {"abd", "abc", "q", "", "qa", "dq", "zz", "abdx"})
@@ -255,15 +231,9 @@ TEST(StringRead, FindAndCompareAgreeWithStdString)
         EXPECT_EQ(s.compare(other) < 0, hay.compare(other) < 0) << other;
     EXPECT_TRUE(s == hay.c_str());
     EXPECT_TRUE(uvt::string("a", uvt::allocator::global_allocator()) < s);
-}
 
-// --- read-only views ---
-
-const char* const long_literal = "0123456789012345678901234567890123456789012345678901234567890123456789"
-                                 "0123456789012345678901234567890123456789012345678901234567890123456789";
-
-TEST(StringViews, ViewTheTextWithoutCopying)
-{
+    // Views show the text without copying and refuse every change, reporting
+    // the text cut to 127 characters.
     const uvt::string view{uvt::string_retval(long_literal)};
     EXPECT_EQ(view.data(), long_literal);
     EXPECT_TRUE(view.is_rvalue());
@@ -281,56 +251,36 @@ TEST(StringViews, ViewTheTextWithoutCopying)
     uvt::string target{uvt::string_retval("a view")};
     target = view;
     EXPECT_EQ(target.data(), long_literal) << "a view takes a longer view's text";
-}
 
-std::string rvalue_text_of(const std::function<void()>& change)
-{
-    try {
-        change();
-    } catch (const uvt::rvalue_error& e) {
-        EXPECT_EQ(e.error_no(), uvt__ERR_UVT_RVALUE_CAST().value());
-        return e.get_msgarg_by_name("STR");
-    }
-    ADD_FAILURE() << "the change was not refused";
-    return {};
-}
-
-TEST(StringViews, EveryChangeIsRefusedWithTheTextCutTo127Characters)
-{
-    counting_allocator a;
-    uvt::string other(repeat(50).c_str(), a);
-    uvt::string view{uvt::string_retval(long_literal)};
+    // Every change of a view is refused with the text cut to 127 characters.
+    counting_allocator views;
+    uvt::string other(repeat(50).c_str(), views);
     const std::vector<std::function<void()>> changes = {
-        [&] { view = other; },
-        [&] { view = "short"; },
-        [&] { view.append("x"); },
-        [&] { view.push_back('x'); },
-        [&] { view.insert(0, "x"); },
-        [&] { view.replace(0, 1, "x"); },
-        [&] { view[0] = 'x'; },
-        [&] { view.clear(); },
-        [&] { view.reserve(500); },
-        [&] { view.swap(other); },
-        [&] { other.swap(view); },
-        [&] { view = other + "x"; },
-        [&] { view.append(other + "x"); },
+        [&] { target = other; },
+        [&] { target = "short"; },
+        [&] { target.append("x"); },
+        [&] { target.push_back('x'); },
+        [&] { target.insert(0, "x"); },
+        [&] { target.replace(0, 1, "x"); },
+        [&] { target[0] = 'x'; },
+        [&] { target.clear(); },
+        [&] { target.reserve(500); },
+        [&] { target.swap(other); },
+        [&] { other.swap(target); },
+        [&] { target = other + "x"; },
+        [&] { target.append(other + "x"); },
     };
     for (std::size_t k = 0; k < changes.size(); ++k)
         EXPECT_EQ(rvalue_text_of(changes[k]), std::string(long_literal, 127)) << "change " << k;
-    EXPECT_EQ(view.data(), long_literal);
+    EXPECT_EQ(target.data(), long_literal);
     EXPECT_EQ(text(other), repeat(50));
-    EXPECT_EQ(a.live_blocks(), 1u) << "nothing allocated for a refused change";
+    EXPECT_EQ(views.live_blocks(), 1u) << "nothing allocated for a refused change";
+
+    uvt::wstring wide{uvt::wstring_retval(L"a\u00e9\u20acz")};
+    EXPECT_EQ(rvalue_text_of([&] { wide.push_back(L'x'); }), "a\xe9?z") << "units above 0xFF as question marks";
 }
 
-TEST(StringViews, WideTextShowsUnitsAbove0xFFAsQuestionMarks)
-{
-    uvt::wstring view{uvt::wstring_retval(L"a\u00e9\u20acz")};
-    EXPECT_EQ(rvalue_text_of([&] { view.push_back(L'x'); }), "a\xe9?z");
-}
-
-// --- length arithmetic ---
-
-TEST(StringLengths, ImpossibleLengthsThrowBeforeAllocating)
+TEST(StringLengthsAndSums, ImpossibleLengthsThrowFirstAndSumsAllocateOnce)
 {
     counting_allocator a;
     uvt::string s("abc", a);
@@ -345,86 +295,59 @@ TEST(StringLengths, ImpossibleLengthsThrowBeforeAllocating)
     EXPECT_THROW(w.reserve(0x3FFFFFFFFFFFFFFDull), uvt::bad_alloc);
     EXPECT_EQ(a.attempts(), 0u);
     EXPECT_STREQ(s.c_str(), "abc");
+    using uvt_test::caught;
+    EXPECT_STREQ(caught<uvt::underflow_error>([&] { s.append("x", std::size_t(-1)); }).what(),
+                 "uvt::string integer underflow");
+    EXPECT_STREQ(caught<uvt::overflow_error>([&] { s.append("x", huge); }).what(), "uvt::string integer overflow");
 
-    try {
-        s.append("x", std::size_t(-1));
-    } catch (const uvt::underflow_error& e) {
-        EXPECT_STREQ(e.what(), "uvt::string integer underflow");
-    }
-    try {
-        s.append("x", huge);
-    } catch (const uvt::overflow_error& e) {
-        EXPECT_STREQ(e.what(), "uvt::string integer overflow");
-    }
-}
-
-TEST(StringLengths, PositionsBeyondTheEndAreOutOfRange)
-{
-    uvt::string s("abc", uvt::allocator::global_allocator());
-    try {
-        s.insert(4, "x");
-        ADD_FAILURE();
-    } catch (const uvt::out_of_range& e) {
-        EXPECT_STREQ(e.get_msgarg_by_name("IDX"), "4");
-        EXPECT_STREQ(e.get_msgarg_by_name("END"), "4");
-    }
+    // Positions beyond the end are out of range.
+    const auto e = caught<uvt::out_of_range>([&] { s.insert(4, "x"); });
+    EXPECT_STREQ(e.get_msgarg_by_name("IDX"), "4");
+    EXPECT_STREQ(e.get_msgarg_by_name("END"), "4");
     EXPECT_THROW(s[3] = 'x', uvt::out_of_range);
     EXPECT_EQ(std::as_const(s)[3], '\0');
-}
 
-// --- concatenation ---
+    // A sum builds its result with one allocation, even from the target itself.
+    counting_allocator sums;
+    const uvt::string left(repeat(30, 'l').c_str(), sums), right(repeat(30, 'r').c_str(), sums);
+    EXPECT_EQ(sums.attempts(), 0u);
 
-TEST(StringConcatenation, BuildsTheResultWithOneAllocation)
-{
-    counting_allocator a;
-    const uvt::string left(repeat(30, 'l').c_str(), a), right(repeat(30, 'r').c_str(), a);
-    EXPECT_EQ(a.attempts(), 0u);
-
-    const uvt::string sum(left + "-" + right + '!' + left, a);
-    EXPECT_EQ(a.attempts(), 1u);
+    const uvt::string sum(left + "-" + right + '!' + left, sums);
+    EXPECT_EQ(sums.attempts(), 1u);
     EXPECT_EQ(sum.capacity(), 92u) << "reserved exactly";
     EXPECT_EQ(text(sum), text(left) + "-" + text(right) + "!" + text(left));
 
-    uvt::string target(repeat(45).c_str(), a);
-    const unsigned long before = a.attempts();
+    uvt::string target(repeat(45).c_str(), sums);
+    const unsigned long before = sums.attempts();
     target = left + right;
-    EXPECT_EQ(a.attempts(), before + 1) << "built once, then shared";
+    EXPECT_EQ(sums.attempts(), before + 1) << "built once, then shared";
     EXPECT_EQ(text(target), text(left) + text(right));
-}
 
-TEST(StringConcatenation, AStringMayAppearInItsOwnSum)
-{
-    counting_allocator a;
-    uvt::string s(repeat(30).c_str(), a);
-    s = s + "|" + s;
-    EXPECT_EQ(text(s), repeat(30) + "|" + repeat(30));
-    s.append('<' + s + '>');
-    EXPECT_EQ(text(s), repeat(30) + "|" + repeat(30) + "<" + repeat(30) + "|" + repeat(30) + ">");
-    uvt::wstring w(L"ab", a);
-    w.append(w + L"c" + L'd');
-    EXPECT_STREQ(w.c_str(), L"ababcd");
-}
+    // A string may appear in its own sum.
+    uvt::string self(repeat(30).c_str(), sums);
+    self = self + "|" + self;
+    EXPECT_EQ(text(self), repeat(30) + "|" + repeat(30));
+    self.append('<' + self + '>');
+    EXPECT_EQ(text(self), repeat(30) + "|" + repeat(30) + "<" + repeat(30) + "|" + repeat(30) + ">");
+    uvt::wstring wide(L"ab", sums);
+    wide.append(wide + L"c" + L'd');
+    EXPECT_STREQ(wide.c_str(), L"ababcd");
 
-TEST(StringConcatenation, AppendingASumThatViewsTheTargetsOwnCharacters)
-{
-    // Growing the target frees its block before the operands are read,
-    // unless the sum is built first.
-    counting_allocator a;
-    const uvt::string prefix("<", a);
+    // A sum that views the target's own characters: growing the target frees
+    // its block before the operands are read, unless the sum is built first.
+    const uvt::string prefix("<", sums);
     for (std::size_t length : {20ul, 39ul, 50ul}) {
-        uvt::string s(repeat(length).c_str(), a);
-        s.shrink_to_fit();
-        const std::string before = text(s);
-        s.append(prefix + (s.c_str() + 1) + '>');
-        EXPECT_EQ(text(s), before + "<" + before.substr(1) + ">") << length;
+        uvt::string t(repeat(length).c_str(), sums);
+        t.shrink_to_fit();
+        const std::string before = text(t);
+        t.append(prefix + (t.c_str() + 1) + '>');
+        EXPECT_EQ(text(t), before + "<" + before.substr(1) + ">") << length;
     }
 }
 
-// --- allocation failures ---
-
 // Each operation runs with every one of its allocations failing in turn:
 // the string must be unchanged after a failure, and nothing may leak.
-TEST(StringFailures, EveryMutatingOperationLeavesTheStringUnchanged)
+TEST(StringFailuresAndOutput, FailedOperationsLeaveTheStringAndOutputIsOneField)
 {
     using op = std::function<void(uvt::string & target, const uvt::string& other)>;
     const std::vector<std::pair<const char*, op>> operations = {
@@ -459,12 +382,8 @@ TEST(StringFailures, EveryMutatingOperationLeavesTheStringUnchanged)
         }
         EXPECT_GE(points, 3u) << name << ": the targets and the operation allocate";
     }
-}
 
-// --- output ---
-
-TEST(StringOutput, NarrowAndWideStringsAsOneField)
-{
+    // Narrow and wide strings are written as one field.
     uvt::allocator& a = uvt::allocator::global_allocator();
     uvt_test::string_ostream os;
     os << uvt::setw(6) << uvt::string("ab", a) << '|' << uvt::left << uvt::setw(5) << uvt::wstring(L"\u00e9", a) << '|';
@@ -481,60 +400,6 @@ TEST(StringOutput, NarrowAndWideStringsAsOneField)
     EXPECT_EQ(os.str(), "xyz wv!\xc3\xbc");
     os << uvt::wcstring_ptr();
     EXPECT_TRUE(os.bad());
-}
-
-// --- the texts of the error categories ---
-
-TEST(CategoryMessages, ViewThePlatformTextWithoutCopying)
-{
-    const uvt::string generic = uvt::generic_category().message(2);
-    EXPECT_STREQ(generic.c_str(), std::strerror(2));
-    EXPECT_TRUE(generic.is_rvalue());
-    EXPECT_EQ(text(uvt::system_category().message(13)), std::strerror(13));
-    EXPECT_EQ(text(uvt::iostream_category().message(1)), "iostream stream error");
-    EXPECT_EQ(text(uvt::iostream_category().message(2)), std::strerror(2));
-    EXPECT_EQ(text(uvt::error_condition(1, uvt::iostream_category()).message()), "iostream stream error");
-    EXPECT_STREQ(uvt::generic_category().name(), "generic");
-}
-
-TEST(CategoryMessages, SystemErrorCopiesTheTextAsItsTemplate)
-{
-    // The texts are temporaries in heap blocks: the exceptions must keep
-    // copies, not the strings' characters.
-    const std::string what = "cannot open $PATH$ " + repeat(40, '.');
-    counting_allocator a;
-    const uvt::system_error by_code(__FILE__, __LINE__, uvt::error_code(5, uvt::system_category()),
-                                    uvt::string(what.c_str(), a));
-    const uvt::system_error by_value(__FILE__, __LINE__, 6, uvt::system_category(), uvt::string(what.c_str(), a));
-    EXPECT_EQ(a.live_blocks(), 0u);
-    EXPECT_EQ(by_code.error_no(), 5);
-    EXPECT_EQ(by_value.error_no(), 6);
-    EXPECT_EQ(by_code.what(), what);
-    EXPECT_EQ(by_value.what(), what);
-}
-
-// --- exceptions rendered into strings ---
-
-TEST(ExceptionText, WhatRendersTheShortLayoutWithTheGivenAllocator)
-{
-    const uvt::out_of_range e(__FILE__, __LINE__, 7, 0, 5);
-    uvt_test::string_ostream expected;
-    e.print_short(expected, true, false);
-    ASSERT_NE(expected.str().find("Index 7 out of range [0, 5)"), std::string::npos);
-
-    counting_allocator a;
-    {
-        const uvt::string shown = e.what(a, true);
-        EXPECT_EQ(text(shown), expected.str());
-        EXPECT_EQ(&shown.get_allocator(), &a);
-        EXPECT_EQ(a.live_blocks(), shown.capacity() > 39 ? 1u : 0u) << "the stream's block is gone";
-    }
-    const unsigned long points =
-        uvt_test::sweep_allocation_failures([&](counting_allocator& failing) { (void)e.what(failing, false); },
-                                            [](bool threw) {
-                                                EXPECT_TRUE(threw) << "a text cut short is never returned";
-                                            });
-    EXPECT_GE(points, 2u);
 }
 
 } // namespace

@@ -1,22 +1,18 @@
 // UTF converters: decoding and encoding tables for the edge cases and the
-// deliberate leniencies, stops at every target size, the surrogate-pair rule
-// and its missing round trip, the 8-bit converters, the byte-pair kernels
-// against the unit converters, bytelen, and round trips of random text.
-// Every conversion runs with its source and its target each ending right at
-// an inaccessible page, so a read or write past either end crashes the test.
+// deliberate leniencies, stops at every target size, the surrogate-pair rule,
+// the 8-bit converters, the byte-pair kernels beside the unit converters and
+// bytelen. Every conversion runs with its source and its target each ending
+// right at an inaccessible page, so a read or write past either end crashes
+// the test. Random text and round trips are left to the fuzz targets.
 
 #include <uvt/impl/unicode>
 
+#include "support/guarded_memory.h"
+
 #include <gtest/gtest.h>
 
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <cstddef>
-#include <cstring>
 #include <ostream>
-#include <random>
 #include <utility>
 #include <vector>
 
@@ -26,33 +22,9 @@ namespace UC = uvt::UC;
 using Bytes = std::vector<unsigned char>;
 using Units = std::vector<unsigned short>;
 using Ucs4 = std::vector<unsigned int>;
+using Chars = std::vector<signed char>;
 
-// Memory for `count` objects of type T ending at the first byte of an
-// inaccessible page.
-template <class T>
-class Guarded {
-public:
-    explicit Guarded(std::size_t count)
-    {
-        page_ = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-        mapped_ = (count * sizeof(T) / page_ + 2) * page_;
-        base_ = static_cast<char*>(mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        EXPECT_NE(base_, MAP_FAILED);
-        EXPECT_EQ(mprotect(base_ + mapped_ - page_, page_, PROT_NONE), 0);
-        std::memset(base_, 0x5A, mapped_ - page_);
-        begin = end() - count;
-    }
-    ~Guarded() { munmap(base_, mapped_); }
-    Guarded(const Guarded&) = delete;
-    Guarded& operator=(const Guarded&) = delete;
-
-    T* end() const { return reinterpret_cast<T*>(base_ + mapped_ - page_); }
-    T* begin;
-
-private:
-    std::size_t page_, mapped_;
-    char* base_;
-};
+using uvt_test::guarded;
 
 template <class T>
 struct Outcome {
@@ -73,13 +45,12 @@ void PrintTo(const Outcome<T>& o, std::ostream* os)
 template <class T, class S, class Convert>
 Outcome<T> run(Convert convert, const std::vector<S>& in, std::size_t room)
 {
-    Guarded<S> source(in.size());
-    std::copy(in.begin(), in.end(), source.begin);
-    Guarded<T> target(room);
+    const guarded<S> source(in.data(), in.size());
+    const guarded<T> target(room);
     const S* sourceStop = nullptr;
     T* targetStop = nullptr;
-    const int rc = convert(source.begin, source.end(), sourceStop, target.begin, target.end(), targetStop);
-    return {rc, static_cast<std::size_t>(sourceStop - source.begin), std::vector<T>(target.begin, targetStop)};
+    const int rc = convert(source.begin(), source.end(), sourceStop, target.begin(), target.end(), targetStop);
+    return {rc, static_cast<std::size_t>(sourceStop - source.begin()), std::vector<T>(target.begin(), targetStop)};
 }
 
 // Byte pairs in the order the kernels' flag selects, and back.
@@ -126,82 +97,28 @@ Units utf16(unsigned int cp)
     return {static_cast<unsigned short>(0xD800 + (cp >> 10)), static_cast<unsigned short>(0xDC00 + (cp & 0x3FF))};
 }
 
-template <class T>
-std::vector<T> joined(const std::vector<std::vector<T>>& parts)
-{
-    std::vector<T> all;
-    for (const auto& p : parts)
-        all.insert(all.end(), p.begin(), p.end());
-    return all;
-}
-
-constexpr unsigned int kMixed[] = {0x41, 0xE9, 0x3A9, 0x416, 0x20AC, 0x4E2D, 0x1F600, 0x7A};
-
-// Random text of valid characters from ASCII, Latin-1, Greek/Cyrillic, CJK
-// and emoji; with `bmpOnly` none above U+FFFF.
-std::vector<unsigned int> randomText(std::mt19937& rng, std::size_t length, bool bmpOnly)
-{
-    const std::pair<unsigned int, unsigned int> ranges[] = {{0x20, 0x7E},       {0xA0, 0xFF},     {0x370, 0x4FF},
-                                                            {0x4E00, 0x9FFF},   {0xE000, 0xFFFF}, {0x1F300, 0x1FAFF},
-                                                            {0x10000, 0x10FFFF}};
-    std::uniform_int_distribution<std::size_t> pick(0, bmpOnly ? 4 : 6);
-    std::vector<unsigned int> text;
-    while (text.size() < length) {
-        const auto [lo, hi] = ranges[pick(rng)];
-        text.push_back(std::uniform_int_distribution<unsigned int>(lo, hi)(rng));
-    }
-    return text;
-}
-
 // The kernels and convertToASCII with their extra arguments bound, in the
 // six-argument shape of the other converters.
 auto kernelFrom(bool bigEndian)
 {
-    return [bigEndian](const UC::usc2_bytes* s, const UC::usc2_bytes* e, const UC::usc2_bytes*& stop, unsigned char* t,
-                       unsigned char* te, unsigned char*& tstop) {
+    return [bigEndian](auto s, auto e, auto& stop, auto t, auto te, auto& tstop) {
         return UC::kernelConvertFromUTF16(s, e, stop, bigEndian, t, te, tstop);
     };
 }
 
 auto kernelTo(bool bigEndian)
 {
-    return [bigEndian](const unsigned char* s, const unsigned char* e, const unsigned char*& stop, UC::usc2_bytes* t,
-                       UC::usc2_bytes* te, UC::usc2_bytes*& tstop) {
+    return [bigEndian](auto s, auto e, auto& stop, auto t, auto te, auto& tstop) {
         return UC::kernelConvertToUTF16(s, e, stop, t, te, tstop, bigEndian);
     };
 }
 
 auto toEightBit(char replacement, unsigned long& replaced)
 {
-    return [replacement, &replaced](const unsigned char* s, const unsigned char* e, const unsigned char*& stop,
-                                    signed char* t, signed char* te, signed char*& tstop) {
+    return [replacement, &replaced](auto s, auto e, auto& stop, auto t, auto te, auto& tstop) {
         return UC::convertToASCII(s, e, stop, t, te, tstop, replacement, replaced);
     };
 }
-
-// ---- tables ---------------------------------------------------------------
-
-TEST(UnicodeTables, LeadLengthsMarksAndOffsetsAgree)
-{
-    for (unsigned lead = 0; lead < 256; ++lead) {
-        const unsigned expected = lead < 0x80   ? 1
-                                  : lead < 0xC0 ? 0
-                                  : lead < 0xE0 ? 2
-                                  : lead < 0xF0 ? 3
-                                  : lead < 0xF8 ? 4
-                                  : lead < 0xFC ? 5
-                                                : 6;
-        EXPECT_EQ(UC::impl::UTF8_element_size[lead], expected) << lead;
-    }
-    const unsigned marks[] = {0x00, 0x00, 0xC0, 0xE0, 0xF0, 0xF8, 0xFC};
-    const unsigned offsets[] = {0, 0, 0x3080, 0xE2080, 0x3C82080, 0xFA082080, 0x82082080};
-    for (unsigned length = 0; length <= 6; ++length) {
-        EXPECT_EQ(UC::impl::UTF8_leading_byte_mark[length], marks[length]);
-        EXPECT_EQ(UC::impl::UTF8_offsets[length], offsets[length]);
-    }
-}
-
-// ---- UTF-8 decoding -------------------------------------------------------
 
 struct DecodeCase {
     const char* what;
@@ -244,38 +161,34 @@ const DecodeCase kDecodeCases[] = {
     {"cut off after text", {0x41, 0x42, 0xE2, 0x82}, 1, 2, {0x41, 0x42}, {0x41, 0x42}},
 };
 
-TEST(UnicodeDecode, TableToUCS4AndUTF16)
+// Converts `text`, each character given as its source units by source(cp)
+// and its expected output by output(cp), into targets of every size up to
+// the whole output: each run must stop with code 3 right before the first
+// character that does not fit.
+template <class Convert, class Source, class Output>
+void expectStopsAtEveryTargetSize(Convert convert, const Ucs4& text, Source source, Output output)
 {
-    for (const auto& c : kDecodeCases) {
-        SCOPED_TRACE(c.what);
-        EXPECT_EQ(run<unsigned int>(UC::convertToUCS4, c.in, 16), (Outcome<unsigned int>{c.rc, c.read, c.ucs4}));
-        EXPECT_EQ(run<unsigned short>(UC::convertToUTF16, c.in, 16), (Outcome<unsigned short>{c.rc, c.read, c.utf16}));
+    decltype(source(0)) in;
+    decltype(output(0)) all;
+    for (unsigned int cp : text) {
+        const auto units = source(cp), out = output(cp);
+        in.insert(in.end(), units.begin(), units.end());
+        all.insert(all.end(), out.begin(), out.end());
     }
-}
-
-// A sequence cut short stops before it with code 1; a byte 0x80-0xBF where a
-// sequence should start is illegal (code 2).
-TEST(UnicodeDecode, EveryTruncationIsIncompleteAndEveryContinuationByteAnIllegalLead)
-{
-    const Bytes longest = {0xFC, 0x84, 0x80, 0x80, 0x80, 0x80};
-    for (std::size_t length = 2; length <= 6; ++length) {
-        Bytes sequence(longest.begin(), longest.begin() + length);
-        sequence[0] = UC::impl::UTF8_leading_byte_mark[length];
-        for (std::size_t cut = 1; cut < length; ++cut) {
-            SCOPED_TRACE(testing::Message() << length << " bytes cut to " << cut);
-            Bytes in = {0x41};
-            in.insert(in.end(), sequence.begin(), sequence.begin() + cut);
-            EXPECT_EQ(run<unsigned int>(UC::convertToUCS4, in, 4), (Outcome<unsigned int>{1, 1, {0x41}}));
-            EXPECT_EQ(run<unsigned short>(UC::convertToUTF16, in, 4).rc, 1);
+    for (std::size_t room = 0; room <= all.size(); ++room) {
+        std::size_t read = 0, written = 0;
+        for (unsigned int cp : text) {
+            if (written + output(cp).size() > room)
+                break;
+            read += source(cp).size();
+            written += output(cp).size();
         }
+        using T = typename decltype(all)::value_type;
+        EXPECT_EQ(run<T>(convert, in, room),
+                  (Outcome<T>{read == in.size() ? 0 : 3, read, std::vector<T>(all.begin(), all.begin() + written)}))
+            << "room " << room;
     }
-    for (unsigned b = 0x80; b < 0xC0; ++b)
-        EXPECT_EQ(run<unsigned int>(UC::convertToUCS4, Bytes{static_cast<unsigned char>(b)}, 4),
-                  (Outcome<unsigned int>{2, 0, {}}))
-            << b;
 }
-
-// ---- UTF-16 and UCS-4 encoding ----------------------------------------------
 
 struct EncodeCase {
     const char* what;
@@ -296,115 +209,15 @@ const EncodeCase kUTF16Cases[] = {
     {"high as last unit", {0x41, 0xD800}, 1, 1, {0x41}},
 };
 
-TEST(UnicodeEncode, UTF16TableAndBothKernelOrders)
-{
-    for (const auto& c : kUTF16Cases) {
-        SCOPED_TRACE(c.what);
-        const Outcome<unsigned char> expected{c.rc, c.read, c.out};
-        EXPECT_EQ(run<unsigned char>(UC::convertFromUTF16, c.in, 16), expected);
-        for (bool bigEndian : {false, true})
-            EXPECT_EQ(run<unsigned char>(kernelFrom(bigEndian), pairsOf(c.in, bigEndian), 16), expected) << bigEndian;
-    }
-}
-
-TEST(UnicodeEncode, UCS4UsesUpToSixBytesAndReplacesTheRest)
-{
-    const std::pair<unsigned int, Bytes> cases[] = {
-        {0x7F, {0x7F}},
-        {0x80, {0xC2, 0x80}},
-        {0x7FF, {0xDF, 0xBF}},
-        {0x800, {0xE0, 0xA0, 0x80}},
-        {0xD800, {0xED, 0xA0, 0x80}},
-        {0xFFFF, {0xEF, 0xBF, 0xBF}},
-        {0x10000, {0xF0, 0x90, 0x80, 0x80}},
-        {0x1FFFFF, {0xF7, 0xBF, 0xBF, 0xBF}},
-        {0x200000, {0xF8, 0x88, 0x80, 0x80, 0x80}},
-        {0x3FFFFFF, {0xFB, 0xBF, 0xBF, 0xBF, 0xBF}},
-        {0x4000000, {0xFC, 0x84, 0x80, 0x80, 0x80, 0x80}},
-        {0x7FFFFFFF, {0xFD, 0xBF, 0xBF, 0xBF, 0xBF, 0xBF}},
-        {0x80000000, {0xEF, 0xBF, 0xBD}},
-        {0xFFFFFFFF, {0xEF, 0xBF, 0xBD}},
-    };
-    for (const auto& [value, bytes] : cases)
-        EXPECT_EQ(run<unsigned char>(UC::convertFromUCS4, Ucs4{value}, 8), (Outcome<unsigned char>{0, 1, bytes}))
-            << std::hex << value;
-    EXPECT_EQ(run<unsigned char>(UC::convertFromUCS4, Ucs4{0x800}, 2), (Outcome<unsigned char>{3, 0, {}}));
-}
-
-// ---- target full ------------------------------------------------------------
-
-template <class S, class T>
-using Parts = std::vector<std::pair<std::vector<S>, std::vector<T>>>;
-
-// Converts the characters of `parts` (each as its source units and expected
-// output) into targets of every size up to the whole output: each run must
-// stop with code 3 right before the first character that does not fit.
-template <class S, class T, class Convert>
-void expectStopsAtEveryTargetSize(Convert convert, const Parts<S, T>& parts)
-{
-    std::vector<std::vector<S>> sources;
-    std::vector<std::vector<T>> outputs;
-    for (const auto& [s, t] : parts) {
-        sources.push_back(s);
-        outputs.push_back(t);
-    }
-    const auto in = joined(sources);
-    const auto all = joined(outputs);
-    for (std::size_t room = 0; room <= all.size(); ++room) {
-        std::size_t read = 0, written = 0;
-        for (const auto& [s, t] : parts) {
-            if (written + t.size() > room)
-                break;
-            read += s.size();
-            written += t.size();
-        }
-        EXPECT_EQ(run<T>(convert, in, room),
-                  (Outcome<T>{read == in.size() ? 0 : 3, read, std::vector<T>(all.begin(), all.begin() + written)}))
-            << "room " << room;
-    }
-}
-
-template <class S, class T, class Source, class Output>
-Parts<S, T> partsOf(const std::vector<unsigned int>& text, Source source, Output output)
-{
-    Parts<S, T> parts;
-    for (unsigned int cp : text)
-        parts.emplace_back(source(cp), output(cp));
-    return parts;
-}
-
-TEST(UnicodeTargetFull, EveryConverterStopsBeforeTheCharacterThatDoesNotFit)
-{
-    const std::vector<unsigned int> text(std::begin(kMixed), std::end(kMixed));
-    const auto one = [](unsigned int cp) { return std::vector<unsigned int>{cp}; };
-    const auto sourceByte = [](unsigned int cp) { return std::vector<signed char>{static_cast<signed char>(cp)}; };
-    const auto pairDecoded = [](unsigned int cp) { return utf8(cp > 0xFFFF ? cp + 1 : cp); };
-    const auto latin1 = [](unsigned int cp) {
-        return std::vector<signed char>{static_cast<signed char>(cp <= 0xFF ? cp : '?')};
-    };
-    unsigned long replaced = 0;
-
-    expectStopsAtEveryTargetSize(UC::convertToUTF16, partsOf<unsigned char, unsigned short>(text, utf8, utf16));
-    expectStopsAtEveryTargetSize(UC::convertFromUTF16,
-                                 partsOf<unsigned short, unsigned char>(text, utf16, pairDecoded));
-    auto wide = text;
-    wide.insert(wide.end(), {0x200000, 0x7FFFFFFF});
-    expectStopsAtEveryTargetSize(UC::convertToUCS4, partsOf<unsigned char, unsigned int>(wide, utf8, one));
-    expectStopsAtEveryTargetSize(UC::convertFromUCS4, partsOf<unsigned int, unsigned char>(wide, one, utf8));
-    expectStopsAtEveryTargetSize(UC::convertFromASCII,
-                                 partsOf<signed char, unsigned char>({0x41, 0xE9, 0x7F, 0x80, 0xFF}, sourceByte, utf8));
-    expectStopsAtEveryTargetSize(toEightBit('?', replaced), partsOf<unsigned char, signed char>(text, utf8, latin1));
-}
-
-// ---- 8-bit text -------------------------------------------------------------
-
+// A text converted with a replacement character (0: refuse), the outcome and
+// the number of characters replaced.
 struct EightBitCase {
     const char* what;
     Bytes in;
-    char replacement;
+    char with;
     int rc;
     std::size_t read;
-    std::vector<signed char> out;
+    Chars out;
     unsigned long replaced;
 };
 
@@ -431,153 +244,115 @@ const EightBitCase kEightBitCases[] = {
     {"continuation as lead", {0x80}, '?', 2, 0, {}, 0},
 };
 
-TEST(UnicodeEightBit, ToEightBitTable)
+TEST(UnicodeConverters, DecodingEncodingStopsWhenTheTargetIsFullEightBitsAndBytelen)
 {
+    for (const auto& c : kDecodeCases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(run<unsigned int>(UC::convertToUCS4, c.in, 16), (Outcome<unsigned int>{c.rc, c.read, c.ucs4}));
+        EXPECT_EQ(run<unsigned short>(UC::convertToUTF16, c.in, 16), (Outcome<unsigned short>{c.rc, c.read, c.utf16}));
+        for (bool bigEndian : {false, true}) {
+            const auto k = run<UC::usc2_bytes>(kernelTo(bigEndian), c.in, 16);
+            EXPECT_EQ((Outcome<unsigned short>{k.rc, k.read, unitsOf(k.written, bigEndian)}),
+                      (Outcome<unsigned short>{c.rc, c.read, c.utf16}))
+                << bigEndian;
+        }
+    }
+
+    // A sequence cut short stops before it with code 1; a byte 0x80-0xBF where a
+    // sequence should start is illegal (code 2).
+    const Bytes longest = {0xFC, 0x84, 0x80, 0x80, 0x80, 0x80};
+    for (std::size_t length = 2; length <= 6; ++length) {
+        Bytes sequence(longest.begin(), longest.begin() + length);
+        sequence[0] = UC::impl::UTF8_leading_byte_mark[length];
+        for (std::size_t cut = 1; cut < length; ++cut) {
+            SCOPED_TRACE(testing::Message() << length << " bytes cut to " << cut);
+            Bytes in = {0x41};
+            in.insert(in.end(), sequence.begin(), sequence.begin() + cut);
+            EXPECT_EQ(run<unsigned int>(UC::convertToUCS4, in, 4), (Outcome<unsigned int>{1, 1, {0x41}}));
+            EXPECT_EQ(run<unsigned short>(UC::convertToUTF16, in, 4).rc, 1);
+        }
+    }
+    for (unsigned b = 0x80; b < 0xC0; ++b)
+        EXPECT_EQ(run<unsigned int>(UC::convertToUCS4, Bytes{static_cast<unsigned char>(b)}, 4),
+                  (Outcome<unsigned int>{2, 0, {}}))
+            << b;
+
+    // Encoding UTF-16 (through both kernel orders) and UCS-4.
+    for (const auto& c : kUTF16Cases) {
+        SCOPED_TRACE(c.what);
+        const Outcome<unsigned char> expected{c.rc, c.read, c.out};
+        EXPECT_EQ(run<unsigned char>(UC::convertFromUTF16, c.in, 16), expected);
+        for (bool bigEndian : {false, true})
+            EXPECT_EQ(run<unsigned char>(kernelFrom(bigEndian), pairsOf(c.in, bigEndian), 16), expected) << bigEndian;
+    }
+
+    // UCS-4 takes up to six bytes and replaces the rest.
+    const std::pair<unsigned int, Bytes> cases[] = {
+        {0x7F, {0x7F}},
+        {0x80, {0xC2, 0x80}},
+        {0x7FF, {0xDF, 0xBF}},
+        {0x800, {0xE0, 0xA0, 0x80}},
+        {0xD800, {0xED, 0xA0, 0x80}},
+        {0xFFFF, {0xEF, 0xBF, 0xBF}},
+        {0x10000, {0xF0, 0x90, 0x80, 0x80}},
+        {0x1FFFFF, {0xF7, 0xBF, 0xBF, 0xBF}},
+        {0x200000, {0xF8, 0x88, 0x80, 0x80, 0x80}},
+        {0x3FFFFFF, {0xFB, 0xBF, 0xBF, 0xBF, 0xBF}},
+        {0x4000000, {0xFC, 0x84, 0x80, 0x80, 0x80, 0x80}},
+        {0x7FFFFFFF, {0xFD, 0xBF, 0xBF, 0xBF, 0xBF, 0xBF}},
+        {0x80000000, {0xEF, 0xBF, 0xBD}},
+        {0xFFFFFFFF, {0xEF, 0xBF, 0xBD}},
+    };
+    for (const auto& [value, bytes] : cases)
+        EXPECT_EQ(run<unsigned char>(UC::convertFromUCS4, Ucs4{value}, 8), (Outcome<unsigned char>{0, 1, bytes}))
+            << std::hex << value;
+
+    // Every converter stops before the character that does not fit.
+    const Ucs4 text = {0x41, 0xE9, 0x3A9, 0x416, 0x20AC, 0x4E2D, 0x1F600, 0x7A};
+    const auto one = [](unsigned int cp) { return Ucs4{cp}; };
+    const auto sourceByte = [](unsigned int cp) { return Chars{static_cast<signed char>(cp)}; };
+    const auto pairDecoded = [](unsigned int cp) { return utf8(cp > 0xFFFF ? cp + 1 : cp); };
+    const auto latin1 = [](unsigned int cp) { return Chars{static_cast<signed char>(cp <= 0xFF ? cp : '?')}; };
+    unsigned long replaced = 0;
+
+    expectStopsAtEveryTargetSize(UC::convertToUTF16, text, utf8, utf16);
+    expectStopsAtEveryTargetSize(UC::convertFromUTF16, text, utf16, pairDecoded);
+    auto wide = text;
+    wide.insert(wide.end(), {0x200000, 0x7FFFFFFF});
+    expectStopsAtEveryTargetSize(UC::convertToUCS4, wide, utf8, one);
+    expectStopsAtEveryTargetSize(UC::convertFromUCS4, wide, one, utf8);
+    expectStopsAtEveryTargetSize(UC::convertFromASCII, {0x41, 0xE9, 0x7F, 0x80, 0xFF}, sourceByte, utf8);
+    expectStopsAtEveryTargetSize(toEightBit('?', replaced), text, utf8, latin1);
+
+    // Converting to 8 bits, and bytelen.
     for (const auto& c : kEightBitCases) {
         SCOPED_TRACE(c.what);
         unsigned long replaced = 99;
-        EXPECT_EQ(run<signed char>(toEightBit(c.replacement, replaced), c.in, 16),
+        EXPECT_EQ(run<signed char>(toEightBit(c.with, replaced), c.in, 16),
                   (Outcome<signed char>{c.rc, c.read, c.out}));
         EXPECT_EQ(replaced, c.replaced);
     }
-}
 
-TEST(UnicodeEightBit, EveryByteRoundTripsThroughUTF8)
-{
-    std::vector<signed char> all;
-    Bytes expected;
-    for (unsigned b = 0; b < 256; ++b) {
-        all.push_back(static_cast<signed char>(b));
-        const auto e = utf8(b);
-        expected.insert(expected.end(), e.begin(), e.end());
-    }
-    const auto encoded = run<unsigned char>(UC::convertFromASCII, all, 512);
-    ASSERT_EQ(encoded.rc, 0);
-    EXPECT_EQ(encoded.written, expected);
-    unsigned long replaced = 0;
-    const auto decoded = run<signed char>(toEightBit(0, replaced), encoded.written, 256);
-    EXPECT_EQ(decoded.rc, 0);
-    EXPECT_EQ(decoded.written, all);
-}
-
-// ---- byte-pair kernels ------------------------------------------------------
-
-// Random units with many surrogates, lone and paired, and random bytes with
-// valid text, cut-offs and illegal leads: the kernels must agree with the
-// unit converters on result, both stops and output at every target size.
-TEST(UnicodeKernels, AgreeWithTheUnitConvertersAtEveryTargetSize)
-{
-    std::mt19937 rng(7);
-    for (int round = 0; round < 16; ++round) {
-        Units units;
-        Bytes bytes;
-        for (int i = 0; i < 12; ++i) {
-            const unsigned short kinds[] = {0x41, 0x3A9, 0x4E2D, 0xD83D, 0xDE00};
-            units.push_back(static_cast<unsigned short>(kinds[rng() % 5] + rng() % 3));
-            const auto b =
-                round % 4 == 0 ? Bytes{static_cast<unsigned char>(rng())} : utf8(randomText(rng, 1, false)[0]);
-            bytes.insert(bytes.end(), b.begin(), b.end() - (rng() % 16 == 0));
-        }
-        for (bool bigEndian : {false, true}) {
-            for (std::size_t room = 0; room <= 40; ++room) {
-                SCOPED_TRACE(testing::Message() << "big endian " << bigEndian << ", room " << room);
-                EXPECT_EQ(run<unsigned char>(kernelFrom(bigEndian), pairsOf(units, bigEndian), room),
-                          run<unsigned char>(UC::convertFromUTF16, units, room));
-                const auto k = run<UC::usc2_bytes>(kernelTo(bigEndian), bytes, room);
-                EXPECT_EQ((Outcome<unsigned short>{k.rc, k.read, unitsOf(k.written, bigEndian)}),
-                          run<unsigned short>(UC::convertToUTF16, bytes, room));
-            }
-        }
-    }
-}
-
-// ---- bytelen ----------------------------------------------------------------
-
-TEST(UnicodeBytelen, MeasuresUpToTheStop)
-{
+    // bytelen measures up to the stop.
     const struct {
         Bytes in;
         int rc;
         unsigned long characters, bytes;
-    } cases[] = {
+    } measured[] = {
         {{}, 0, 0, 0},
         {{0x41, 0xC3, 0xA9, 0xE2, 0x82, 0xAC, 0xFC, 0x84, 0x80, 0x80, 0x80, 0x80}, 0, 4, 12},
         {{0x41, 0xC3, 0xA9, 0xF0, 0x9F}, 1, 2, 3},
         {{0x41, 0xBF, 0x41}, 2, 1, 1},
     };
-    for (const auto& c : cases) {
-        Guarded<unsigned char> text(c.in.size());
-        std::copy(c.in.begin(), c.in.end(), text.begin);
+    for (const auto& c : measured) {
+        SCOPED_TRACE(testing::Message() << "stop at " << c.bytes);
+        const guarded<unsigned char> text(c.in.data(), c.in.size());
         const unsigned char* stop = nullptr;
         unsigned long characters = 99, bytes = 99;
-        EXPECT_EQ(UC::bytelen(text.begin, text.end(), stop, characters, bytes), c.rc);
-        EXPECT_EQ(stop, text.begin + c.bytes);
+        EXPECT_EQ(UC::bytelen(text.begin(), text.end(), stop, characters, bytes), c.rc);
+        EXPECT_EQ(stop, text.begin() + c.bytes);
         EXPECT_EQ(characters, c.characters);
         EXPECT_EQ(bytes, c.bytes);
-    }
-}
-
-TEST(UnicodeBytelen, AgreesWithDecodingOnRandomBytes)
-{
-    std::mt19937 rng(11);
-    for (int round = 0; round < 200; ++round) {
-        Bytes in(rng() % 40);
-        for (auto& b : in)
-            b = static_cast<unsigned char>(rng() % 3 ? rng() % 0x80 : rng());
-        const auto decoded = run<unsigned int>(UC::convertToUCS4, in, in.size());
-        const unsigned char* stop = nullptr;
-        unsigned long characters = 0, bytes = 0;
-        EXPECT_EQ(UC::bytelen(in.data(), in.data() + in.size(), stop, characters, bytes), decoded.rc);
-        EXPECT_EQ(bytes, decoded.read);
-        EXPECT_EQ(characters, decoded.written.size());
-    }
-}
-
-// ---- round trips ------------------------------------------------------------
-
-TEST(UnicodeRoundTrip, UCS4ThroughUTF8IsExactUpTo0x7FFFFFFF)
-{
-    std::mt19937 rng(3);
-    Ucs4 values;
-    for (int i = 0; i < 3000; ++i)
-        values.push_back(static_cast<unsigned int>(rng() & 0x7FFFFFFF) >> (rng() % 31));
-    std::vector<Bytes> pieces;
-    for (unsigned int v : values)
-        pieces.push_back(utf8(v));
-    const auto encoded = run<unsigned char>(UC::convertFromUCS4, values, 6 * values.size());
-    ASSERT_EQ(encoded.rc, 0);
-    EXPECT_EQ(encoded.written, joined(pieces));
-    const auto decoded = run<unsigned int>(UC::convertToUCS4, encoded.written, values.size());
-    EXPECT_EQ(decoded.rc, 0);
-    EXPECT_EQ(decoded.written, values);
-}
-
-// Supplementary characters come back one higher from a trip through UTF-16
-// (D800 DC00 -> F0 90 80 81 -> D800 DC01), and the last pair past U+10FFFF
-// comes back as U+FFFD; everything else round-trips exactly.
-TEST(UnicodeRoundTrip, UTF8AndUTF16RoundTripExceptSupplementaryShiftByOne)
-{
-    std::mt19937 rng(5);
-    for (bool bmpOnly : {true, false}) {
-        auto text = randomText(rng, 2000, bmpOnly);
-        text.push_back(0x10FFFF);
-        std::vector<Bytes> utf8In, utf8Back;
-        std::vector<Units> utf16In, utf16Back;
-        for (unsigned int cp : text) {
-            const unsigned int shifted = cp < 0x10000 ? cp : cp + 1;
-            utf8In.push_back(utf8(cp));
-            utf8Back.push_back(utf8(shifted));
-            utf16In.push_back(utf16(cp));
-            utf16Back.push_back(utf16(shifted > 0x10FFFF ? 0xFFFD : shifted));
-        }
-        const auto units = run<unsigned short>(UC::convertToUTF16, joined(utf8In), 2 * text.size());
-        ASSERT_EQ(units.rc, 0);
-        EXPECT_EQ(units.written, joined(utf16In));
-        const auto bytes = run<unsigned char>(UC::convertFromUTF16, units.written, 4 * text.size());
-        ASSERT_EQ(bytes.rc, 0);
-        EXPECT_EQ(bytes.written, joined(utf8Back));
-        const auto unitsAgain = run<unsigned short>(UC::convertToUTF16, bytes.written, 2 * text.size());
-        EXPECT_EQ(unitsAgain.written, joined(utf16Back));
     }
 }
 

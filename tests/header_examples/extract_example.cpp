@@ -20,7 +20,6 @@
 // and failed checks name the header's own lines.
 #include <fstream>
 #include <iostream>
-#include <optional>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -28,24 +27,20 @@
 
 namespace {
 
-struct ExampleLine {
-    int number;       // line in the header
-    std::string code; // without the comment introducer and margin
-};
-
 [[noreturn]] void fail(const std::string& where, const std::string& what)
 {
     std::cerr << where << ": " << what << '\n';
     std::exit(1);
 }
 
-// The example of the header's opening comment (the leading `//` lines).
-std::vector<ExampleLine> readExample(const std::string& path)
+// The example of the header's opening comment (the leading `//` lines): its
+// lines in the header, without the comment introducer and margin.
+std::vector<std::pair<int, std::string>> readExample(const std::string& path)
 {
     std::ifstream in(path);
     if (!in)
         fail(path, "cannot be read");
-    std::vector<ExampleLine> example;
+    std::vector<std::pair<int, std::string>> example;
     std::string line;
     bool inside = false, found = false;
     for (int number = 1; std::getline(in, line) && line.starts_with("//"); ++number) {
@@ -54,12 +49,12 @@ std::vector<ExampleLine> readExample(const std::string& path)
                 fail(path + ":" + std::to_string(number), "a header has one example");
             inside = found = true;
         } else if (inside && (line == "//" || line.starts_with("//   "))) {
-            example.push_back({number, line.size() > 5 ? line.substr(5) : ""});
+            example.emplace_back(number, line.size() > 5 ? line.substr(5) : "");
         } else {
             inside = false;
         }
     }
-    while (!example.empty() && example.back().code.empty())
+    while (!example.empty() && example.back().second.empty())
         example.pop_back();
     if (example.empty())
         fail(path, "no example after a line \"// Example:\" in the opening comment");
@@ -70,68 +65,42 @@ std::vector<ExampleLine> readExample(const std::string& path)
 // literals; the comment is empty when there is none.
 std::pair<std::string, std::string> splitComment(const std::string& line)
 {
-    char quote = 0;
-    for (std::size_t i = 0; i < line.size(); ++i) {
-        char c = line[i];
-        if (quote) {
-            if (c == '\\')
-                ++i;
-            else if (c == quote)
-                quote = 0;
-        } else if (c == '"' || c == '\'') {
-            quote = c;
-        } else if (line.compare(i, 2, "//") == 0) {
-            std::string code = line.substr(0, i);
-            code.erase(code.find_last_not_of(' ') + 1);
-            return {code, line.substr(i + 2)};
-        }
-    }
-    return {line, ""};
+    static const std::regex split(R"(^((?:"(?:[^"\\]|\\.)*"?|'(?:[^'\\]|\\.)*'?|[^"'/]|/(?!/))*?) *(?://(.*))?$)");
+    std::smatch m;
+    std::regex_match(line, m, split);
+    return {m[1], m[2]};
 }
 
-struct Expectation {
-    bool throws;
-    std::string value; // the literal, or the exception class
-};
-
-std::optional<Expectation> parseExpectation(const std::string& comment)
+// The checked form of the one-line statement `code` when its trailing
+// `comment` states an expected value or exception; empty when it does not.
+std::string checkedStatement(const std::string& code, const std::string& comment, bool statementStart,
+                             const std::string& where)
 {
     static const std::regex thrown(R"(^\s*throws ([A-Za-z_][\w:]*)\s*([,;].*)?$)");
     static const std::regex literal(
         R"(^\s*(L?"(?:[^"\\]|\\.)*"|'(?:[^'\\]|\\.)+'|-?(?:0[xX][0-9a-fA-F]+|\d+(?:\.\d+)?(?:[eE][+-]?\d+)?)[uUlL]*)"
         R"(|true|false|nullptr)\s*([,;].*)?$)");
-    std::smatch m;
-    if (std::regex_match(comment, m, thrown))
-        return Expectation{true, m[1]};
-    if (std::regex_match(comment, m, literal))
-        return Expectation{false, m[1]};
-    return std::nullopt;
-}
-
-// The checked form of a one-line statement `code` (ending in ';').
-std::string checkedStatement(const std::string& code, const Expectation& e, const std::string& where)
-{
     static const std::regex declaration(
         R"(^(?:\s*(?:const\s+)?[A-Za-z_][\w:]*(?:<[^;]*>)?(?:\s*[*&]+\s*|\s+))([A-Za-z_]\w*)\s*[=({].*;$)");
     static const std::regex statement(R"(^(\s*)(.*);$)");
     std::smatch m;
+    const bool throws = std::regex_match(comment, m, thrown);
+    if (!throws && !std::regex_match(comment, m, literal))
+        return "";
+    const std::string expected = m[1];
+    if (!statementStart)
+        fail(where, "an expected value needs a one-line statement");
     if (std::regex_match(code, m, declaration)) {
-        if (e.throws)
+        if (throws)
             fail(where, "a declaration cannot be expected to throw");
-        return code + " uvt_example::expect(" + m[1].str() + ", " + e.value + ", __FILE__, __LINE__);";
+        return code + " uvt_example::expect(" + m[1].str() + ", " + expected + ", __FILE__, __LINE__);";
     }
     if (!std::regex_match(code, m, statement))
         fail(where, "an expected value needs a one-line statement ending in ';'");
-    if (e.throws)
-        return m[1].str() + "uvt_example::expect_throw<" + e.value + ">([&] { (void)(" + m[2].str() +
+    if (throws)
+        return m[1].str() + "uvt_example::expect_throw<" + expected + ">([&] { (void)(" + m[2].str() +
                "); }, __FILE__, __LINE__);";
-    return m[1].str() + "uvt_example::expect(" + m[2].str() + ", " + e.value + ", __FILE__, __LINE__);";
-}
-
-bool atNamespaceScope(const std::string& code)
-{
-    static const std::regex opener(R"(^(struct|class|union|enum|namespace|template|extern)\b.*|^#.*)");
-    return std::regex_match(code, opener);
+    return m[1].str() + "uvt_example::expect(" + m[2].str() + ", " + expected + ", __FILE__, __LINE__);";
 }
 
 } // namespace
@@ -144,23 +113,17 @@ int main(int argc, char** argv)
     std::ostringstream outside, body;
     bool chunkOutside = false;
     bool statementStart = true; // the previous code line ended a statement
-    for (const ExampleLine& line : readExample(header)) {
-        const std::string where = header + ":" + std::to_string(line.number);
-        auto [code, comment] = splitComment(line.code);
-        const bool atMargin = !code.empty() && code[0] != ' ' && code[0] != '}';
-        if (atMargin)
-            chunkOutside = atNamespaceScope(code);
-        std::string text = line.code;
-        if (!chunkOutside) {
-            if (auto expected = parseExpectation(comment)) {
-                if (!statementStart)
-                    fail(where, "an expected value needs a one-line statement");
-                text = checkedStatement(code, *expected, where);
-            }
-        }
+    static const std::regex opener(R"(^(struct|class|union|enum|namespace|template|extern)\b.*|^#.*)");
+    for (const auto& [number, line] : readExample(header)) {
+        auto [code, comment] = splitComment(line);
+        if (!code.empty() && code[0] != ' ' && code[0] != '}') // at the example's left margin
+            chunkOutside = std::regex_match(code, opener);
+        std::string text =
+            chunkOutside ? "" : checkedStatement(code, comment, statementStart, header + ":" + std::to_string(number));
         if (!code.empty())
             statementStart = code.ends_with(';') || code.ends_with('{') || code.ends_with('}');
-        (chunkOutside ? outside : body) << "#line " << line.number << " \"" << header << "\"\n" << text << '\n';
+        (chunkOutside ? outside : body) << "#line " << number << " \"" << header << "\"\n"
+                                        << (text.empty() ? line : text) << '\n';
     }
 
     std::ofstream out(argv[3]);

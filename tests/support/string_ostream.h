@@ -19,11 +19,6 @@ protected:
             text.push_back(traits_type::to_char_type(c));
         return c;
     }
-    uvt::streamsize xsputn(const char* s, uvt::streamsize n) override
-    {
-        text.append(s, static_cast<std::size_t>(n));
-        return n;
-    }
 };
 
 class string_ostream : public uvt::basic_ostream<char> {

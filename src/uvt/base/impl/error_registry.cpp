@@ -11,6 +11,7 @@
 #include <uvt/import>
 
 #include <atomic>
+#include <iterator>
 
 namespace uvt {
 namespace impl {
@@ -79,6 +80,49 @@ public:
         link(*this);
     }
 };
+
+// What the table must satisfy, checked when the library is compiled: 43
+// errors; numbers ascending (so each is unique), 0 or within 1000000 to
+// 1000093 and outside the ranges left to other components; every "$" that
+// opens a placeholder in a template closed.
+struct error_row {
+    int number;
+    const char* text;
+};
+
+constexpr error_row error_rows[] = {
+#define UVT_ERROR(NAME, NUMBER, TEXT) {NUMBER, TEXT},
+#include <uvt/impl/error_list>
+#undef UVT_ERROR
+};
+
+constexpr bool isLibraryNumber(int n)
+{
+    const bool leftToOthers = (n >= 1000029 && n <= 1000031) || (n >= 1000038 && n <= 1000086);
+    return n == 0 || (n >= 1000000 && n <= 1000093 && !leftToOthers);
+}
+
+constexpr bool placeholdersClosed(const char* text)
+{
+    int dollars = 0;
+    for (; *text; ++text)
+        dollars += *text == '$';
+    return dollars % 2 == 0;
+}
+
+constexpr bool tableIsConsistent()
+{
+    for (std::size_t i = 0; i < std::size(error_rows); ++i) {
+        const error_row& row = error_rows[i];
+        if ((i > 0 && row.number <= error_rows[i - 1].number) || !isLibraryNumber(row.number) ||
+            !placeholdersClosed(row.text))
+            return false;
+    }
+    return true;
+}
+
+static_assert(std::size(error_rows) == 43, "one exported accessor per error");
+static_assert(tableIsConsistent());
 
 } // namespace
 
