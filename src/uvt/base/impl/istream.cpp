@@ -33,6 +33,8 @@ enum class scan_stop { delimiter, limit, end };
 template <class C>
 const C* find_delimiter(const C* first, const C* last, C delim) noexcept
 {
+    if (first == last) // also an empty get area, whose pointers may be null
+        return last;
     const void* found;
     if constexpr (sizeof(C) == 1)
         found = std::memchr(first, static_cast<unsigned char>(delim), static_cast<std::size_t>(last - first));
