@@ -1,6 +1,8 @@
 // Binary floating point to decimal text: the digits (ecvt_r) and their
 // placement around the decimal point (dtoa).
 
+#include "powers_of_ten.h"
+
 #include <uvt/impl/dtoa>
 #include <uvt/impl/strtod>
 
@@ -13,26 +15,7 @@ namespace uvt {
 
 namespace {
 
-constexpr std::uint64_t power_of_ten[dtoa_max_digits + 1] = {
-    1ULL,
-    10ULL,
-    100ULL,
-    1000ULL,
-    10000ULL,
-    100000ULL,
-    1000000ULL,
-    10000000ULL,
-    100000000ULL,
-    1000000000ULL,
-    10000000000ULL,
-    100000000000ULL,
-    1000000000000ULL,
-    10000000000000ULL,
-    100000000000000ULL,
-    1000000000000000ULL,
-    10000000000000000ULL,
-    100000000000000000ULL,
-};
+using impl::power_of_ten;
 
 // |value| (finite, not zero) as a normalized_float.
 impl::normalized_float magnitude(double value) noexcept

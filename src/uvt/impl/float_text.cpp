@@ -2,6 +2,7 @@
 // computation, the exact decimal expansion, and the layouts of "%f", "%e",
 // "%g" and "%a".
 #include "float_text.h"
+#include "powers_of_ten.h"
 
 #include <algorithm>
 #include <array>
@@ -17,29 +18,6 @@ namespace {
 using u64 = std::uint64_t;
 using i64 = std::int64_t;
 using u128 = unsigned __int128;
-
-constexpr u64 power_of_ten[20] = {
-    1ULL,
-    10ULL,
-    100ULL,
-    1000ULL,
-    10000ULL,
-    100000ULL,
-    1000000ULL,
-    10000000ULL,
-    100000000ULL,
-    1000000000ULL,
-    10000000000ULL,
-    100000000000ULL,
-    1000000000000ULL,
-    10000000000000ULL,
-    100000000000000ULL,
-    1000000000000000ULL,
-    10000000000000000ULL,
-    100000000000000000ULL,
-    1000000000000000000ULL,
-    10000000000000000000ULL,
-};
 
 // The most digits the short computation produces: 10^19 < 2^64.
 constexpr int short_digits = 19;
